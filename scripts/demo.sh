@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the library and its tools, and runs the demo.
+set -euo pipefail
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+"$root/scripts/install-deps.sh"
+
+build="${BUILD_DIR:-$root/build}"
+launcher=()
+command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S "$root" -B "$build" -G Ninja "${launcher[@]}"
+cmake --build "$build" --target information_demo
+[ -z "${DISPLAY:-}" ] && export QT_QPA_PLATFORM=offscreen
+exec "$build/tools/information_demo" "$@"

@@ -1,0 +1,31 @@
+#include "connection_registry.h"
+
+#include "http/http_connector.h"
+
+namespace TarvoConsumerScanner {
+namespace information_api {
+
+void connection_registry::insert(int id, http_connector* connector) {
+    connectors_[id] = connector;
+}
+
+bool connection_registry::release(int id) {
+    auto it = connectors_.lower_bound(id);
+    if (it == connectors_.end() || it->first != id) return false;
+    it->second->deleteLater();
+    connectors_.erase(it);
+    return true;
+}
+
+void connection_registry::release_all() {
+    for (auto& entry : connectors_) entry.second->deleteLater();
+    connectors_.clear();
+}
+
+http_connector* connection_registry::find(int id) const {
+    auto it = connectors_.lower_bound(id);
+    return it == connectors_.end() || it->first != id ? nullptr : it->second;
+}
+
+}  // namespace information_api
+}  // namespace TarvoConsumerScanner

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <map>
+
+namespace TarvoConsumerScanner {
+namespace information_api {
+
+class http_connector;
+
+// Maps the host's connection ids to the connectors serving them. Owned by the
+// host's calling thread; never touched by the worker thread.
+class connection_registry {
+public:
+    // Enters connector under id. An id already in use is taken over: the entry
+    // points at the new connector and the old one is left alive, unreachable
+    // from here, still reporting under the same id.
+    void insert(int id, http_connector* connector);
+    // Removes id and schedules its connector for deletion; false if unknown.
+    bool release(int id);
+    // Schedules every connector for deletion, in ascending id order, and
+    // empties the registry.
+    void release_all();
+    http_connector* find(int id) const;
+    std::size_t size() const { return connectors_.size(); }
+
+private:
+    std::map<int, http_connector*> connectors_;
+};
+
+}  // namespace information_api
+}  // namespace TarvoConsumerScanner

@@ -1,0 +1,164 @@
+#include "local_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <stdexcept>
+
+#include "event_wait.h"
+
+namespace test_support {
+
+std::string received_request::header(const std::string& name) const {
+    auto it = headers.find(name);
+    return it == headers.end() ? std::string() : it->second;
+}
+
+local_server::local_server() : server_(new httplib::Server) {}
+
+local_server::local_server(const tls_files& tls)
+    : server_(new httplib::SSLServer(tls.certificate.c_str(), tls.key.c_str())), tls_(true) {
+    if (!server_->is_valid()) throw std::runtime_error("TLS server could not load its certificate");
+}
+
+local_server::~local_server() {
+    stop();
+}
+
+void local_server::start() {
+    server_->set_keep_alive_timeout(1);
+    // The logger sees every request, also those the server rejects before
+    // routing (its parser refuses some query texts with 400).
+    server_->set_logger(
+        [this](const httplib::Request& req, const httplib::Response&) { record(req); });
+    port_ = server_->bind_to_any_port("127.0.0.1");
+    if (port_ <= 0) throw std::runtime_error("local server could not bind to 127.0.0.1");
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    if (!wait_until([this] { return server_->is_running(); }, 5000))
+        throw std::runtime_error("local server did not start");
+}
+
+void local_server::stop() {
+    release_silent();
+    if (thread_.joinable()) {
+        server_->stop();
+        thread_.join();
+    }
+}
+
+QString local_server::url(const std::string& path) const {
+    return QString("%1://127.0.0.1:%2%3")
+        .arg(tls_ ? "https" : "http")
+        .arg(port_)
+        .arg(QString::fromStdString(path));
+}
+
+void local_server::record(const httplib::Request& req) {
+    received_request r{req.method, req.path, req.target, req.headers, req.body, req.files};
+    std::lock_guard<std::mutex> lock(mutex_);
+    requests_.push_back(std::move(r));
+}
+
+void local_server::on_get(const std::string& pattern, handler h) {
+    server_->Get(pattern, h);
+}
+
+void local_server::on_post(const std::string& pattern, handler h) {
+    server_->Post(pattern, h);
+}
+
+void local_server::answer(const std::string& pattern, const std::string& body,
+                          const std::string& type, int status) {
+    handler h = [body, type, status](const httplib::Request&, httplib::Response& res) {
+        res.status = status;
+        res.set_content(body, type.c_str());
+    };
+    on_get(pattern, h);
+    on_post(pattern, h);
+}
+
+void local_server::answer_json(const std::string& pattern, const std::string& body, int status) {
+    answer(pattern, body, "application/json", status);
+}
+
+void local_server::answer_silently(const std::string& pattern, const std::string& late_body) {
+    handler h = [this, late_body](const httplib::Request&, httplib::Response& res) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        silent_cv_.wait_for(lock, std::chrono::seconds(60), [this] { return silent_released_; });
+        res.set_content(late_body, "application/json");
+    };
+    on_get(pattern, h);
+    on_post(pattern, h);
+}
+
+void local_server::release_silent() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        silent_released_ = true;
+    }
+    silent_cv_.notify_all();
+}
+
+void local_server::answer_chunked(const std::string& pattern, std::string content,
+                                  std::size_t chunk_size) {
+    auto shared = std::make_shared<std::string>(std::move(content));
+    on_get(pattern, [shared, chunk_size](const httplib::Request&, httplib::Response& res) {
+        res.set_chunked_content_provider(
+            "application/octet-stream",
+            [shared, chunk_size](size_t offset, httplib::DataSink& sink) {
+                if (offset >= shared->size()) {
+                    sink.done();
+                    return true;
+                }
+                const std::size_t n = std::min(chunk_size, shared->size() - offset);
+                return sink.write(shared->data() + offset, n);
+            });
+    });
+}
+
+void local_server::answer_truncated(const std::string& pattern, std::string content,
+                                    std::size_t sent_bytes) {
+    auto shared = std::make_shared<std::string>(std::move(content));
+    on_get(pattern, [shared, sent_bytes](const httplib::Request&, httplib::Response& res) {
+        res.set_content_provider(
+            shared->size(), "application/octet-stream",
+            [shared, sent_bytes](size_t offset, size_t length, httplib::DataSink& sink) {
+                if (offset >= sent_bytes) return false;  // drops the connection
+                const std::size_t n = std::min(length, sent_bytes - offset);
+                return sink.write(shared->data() + offset, n);
+            });
+    });
+}
+
+std::vector<received_request> local_server::requests() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_;
+}
+
+std::size_t local_server::request_count() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_.size();
+}
+
+bool local_server::wait_for_requests(std::size_t n, int timeout_ms) const {
+    return wait_until([&] { return request_count() >= n; }, timeout_ms);
+}
+
+int closed_port() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = 0;
+    socklen_t len = sizeof addr;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
+        throw std::runtime_error("no free loopback port");
+    ::close(fd);  // bound but never listened on: connections are refused
+    return ntohs(addr.sin_port);
+}
+
+}  // namespace test_support
