@@ -6,7 +6,9 @@ namespace TarvoConsumerScanner {
 namespace information_api {
 
 void connection_registry::insert(int id, http_connector* connector) {
-    connectors_[id] = connector;
+    http_connector*& entry = connectors_[id];
+    if (entry) taken_over_.emplace_back(entry);
+    entry = connector;
 }
 
 bool connection_registry::release(int id) {
@@ -20,6 +22,9 @@ bool connection_registry::release(int id) {
 void connection_registry::release_all() {
     for (auto& entry : connectors_) entry.second->deleteLater();
     connectors_.clear();
+    for (const QPointer<http_connector>& orphan : taken_over_)
+        if (orphan) orphan->deleteLater();
+    taken_over_.clear();
 }
 
 http_connector* connection_registry::find(int id) const {

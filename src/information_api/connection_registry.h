@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QPointer>
 #include <map>
+#include <vector>
 
 namespace TarvoConsumerScanner {
 namespace information_api {
@@ -18,13 +20,15 @@ public:
     // Removes id and schedules its connector for deletion; false if unknown.
     bool release(int id);
     // Schedules every connector for deletion, in ascending id order, and
-    // empties the registry.
+    // empties the registry. Connectors that lost their id to a takeover go
+    // too, so that teardown leaves none behind.
     void release_all();
     http_connector* find(int id) const;
     std::size_t size() const { return connectors_.size(); }
 
 private:
     std::map<int, http_connector*> connectors_;
+    std::vector<QPointer<http_connector>> taken_over_;
 };
 
 }  // namespace information_api
