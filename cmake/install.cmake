@@ -1,0 +1,37 @@
+# Installs the header, the shared library, a CMake package
+# (find_package(information_api) -> information_api::information_api) and a
+# pkg-config file.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(information_api_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/information_api)
+
+install(TARGETS information_api EXPORT information_apiTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/information_api
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT information_apiTargets
+  NAMESPACE information_api::
+  DESTINATION ${information_api_cmake_dir})
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/information_apiConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/information_apiConfig.cmake
+  INSTALL_DESTINATION ${information_api_cmake_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/information_apiConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/information_apiConfig.cmake
+  ${PROJECT_BINARY_DIR}/information_apiConfigVersion.cmake
+  DESTINATION ${information_api_cmake_dir})
+
+# The .pc file finds its prefix relative to itself, so the package can be
+# installed under any --prefix.
+file(RELATIVE_PATH information_api_pc_to_prefix
+  /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/information_api.pc.in
+  ${PROJECT_BINARY_DIR}/information_api.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/information_api.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
