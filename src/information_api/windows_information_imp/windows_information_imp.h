@@ -81,13 +81,22 @@ public:
 private:
     void start_session();
     void run_probes();
+    // A value of "./res/system.ini", or default_value when it is not set.
     int system_setting(const char* key, int default_value);
+    // Whether "./res/system.ini" selects the test service.
+    bool test_service();
 
     QSettings system_settings_;
     QString spare_;
     bool modern_os_;
+
+protected:
+    // The session's usage record, rewritten by the destructor. Set by
+    // create_usage_info; protected so that a subclass can stand in for it.
     QString usage_file_path_;
     QJsonObject usage_document_;
+
+private:
     QString release_upload_url_;
     QString test_upload_url_;
     QString release_file_upload_url_;
