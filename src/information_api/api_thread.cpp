@@ -2,9 +2,6 @@
 
 #include <climits>
 
-namespace TarvoConsumerScanner {
-namespace information_api {
-
 void api_thread::run() {
     exec();
 }
@@ -19,6 +16,3 @@ int api_thread::stop_thread() {
     wait(ULONG_MAX);
     return 0;
 }
-
-}  // namespace information_api
-}  // namespace TarvoConsumerScanner

@@ -2,11 +2,9 @@
 
 #include <QThread>
 
-namespace TarvoConsumerScanner {
-namespace information_api {
-
 // The library's worker thread: it only runs a Qt event loop, in which every
 // connector's reply slots, time-out timers and sink callbacks are processed.
+// Declared at global scope so that its meta-object is known as "api_thread".
 class api_thread : public QThread {
     Q_OBJECT
 
@@ -15,6 +13,3 @@ public:
     virtual int start_thread();
     virtual int stop_thread();
 };
-
-}  // namespace information_api
-}  // namespace TarvoConsumerScanner

@@ -1,5 +1,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMetaMethod>
 #include <QNetworkReply>
 
 #include "connector_test_fixture.h"
@@ -152,6 +153,46 @@ TEST_F(connector_test, reply_finished_with_null_reply_changes_nothing) {
     server_.release_silent();
     ASSERT_TRUE(sink_.wait_for_responses(1));
     EXPECT_TRUE(sink_.responses()[0].info.ok);
+}
+
+}  // namespace
+}  // namespace test_support
+
+namespace test_support {
+namespace {
+
+TEST(meta_objects, names_and_slot_order_are_the_hosts_contract) {
+    using TarvoConsumerScanner::information_api::http_connector;
+    using TarvoConsumerScanner::information_api::response_info_t;
+    EXPECT_STREQ(QMetaType::typeName(qMetaTypeId<response_info_t>()),
+                 "TarvoConsumerScanner::information_api::response_info_t");
+
+    const QMetaObject& mo = http_connector::staticMetaObject;
+    EXPECT_STREQ(mo.className(), "TarvoConsumerScanner::information_api::http_connector");
+    std::vector<std::string> methods;
+    for (int i = mo.methodOffset(); i < mo.methodCount(); ++i)
+        methods.push_back(mo.method(i).methodSignature().toStdString());
+    const std::vector<std::string> expected{
+        "finished()",
+        "replyFinished(QNetworkReply*)",
+        "replyDownload(QNetworkReply*)",
+        "timeout_event()",
+        "http_ready_read()",
+        "update_data_read_progress(qlonglong,qlonglong)",
+        "update_data_write_progress(qlonglong,qlonglong)",
+        "error(QNetworkReply::NetworkError)",
+        "sslErrors(QList<QSslError>)",
+        "slot_onDownLoadFileReadyRead()",
+        "slot_onDownLoadFileError(QNetworkReply::NetworkError)",
+        "slot_onDownLoadFileSSLError(QList<QSslError>)",
+        "slot_onDownLoadFileDownloadProgress(qlonglong,qlonglong)",
+        "slot_onDownLoadFileFinished()"};
+    EXPECT_EQ(methods, expected);
+
+    ::api_thread worker;
+    EXPECT_STREQ(worker.metaObject()->className(), "api_thread");
+    EXPECT_EQ(worker.qt_metacast("api_thread"), &worker);
+    EXPECT_EQ(worker.metaObject()->methodCount(), QThread::staticMetaObject.methodCount());
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ protected:
 
     QThread* worker_thread() { return &worker_; }
 
-    TarvoConsumerScanner::information_api::api_thread worker_;
+    ::api_thread worker_;
     recording_sink sink_;
     log_capture logs_;
     local_server server_;

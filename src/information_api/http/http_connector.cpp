@@ -29,6 +29,17 @@ double progress_clock() {
     return clock() / 1000.0;
 }
 
+// Queued slots of the connector carry these types.
+void register_connector_meta_types() {
+    static const bool registered = [] {
+        qRegisterMetaType<QNetworkReply::NetworkError>("QNetworkReply::NetworkError");
+        qRegisterMetaType<QList<QSslError>>("QList<QSslError>");
+        qRegisterMetaType<QNetworkReply*>("QNetworkReply*");
+        return true;
+    }();
+    (void)registered;
+}
+
 }  // namespace
 
 QVariant to_variant(const response_info_t& info) {
@@ -65,6 +76,7 @@ http_connector::http_connector(int connect_id, information_sink* sink, QObject* 
       sink_(sink),
       connect_id_(connect_id),
       handler_(nullptr) {
+    register_connector_meta_types();
     connect(manager_, SIGNAL(finished(QNetworkReply*)), this, SLOT(replyFinished(QNetworkReply*)));
     connect(timer_, SIGNAL(timeout()), this, SLOT(timeout_event()));
 }
