@@ -1,0 +1,117 @@
+#include "uploader_options.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QMap>
+
+namespace uploader {
+
+namespace {
+
+struct command_shape {
+    int arguments;
+    const char* synopsis;
+};
+
+const QMap<QString, command_shape>& commands() {
+    static const QMap<QString, command_shape> known{
+        {"upload", {0, "upload                 send the due records (the default)"}},
+        {"descriptor", {1, "descriptor SOFTWARE    print the software's descriptor"}},
+        {"send-file", {1, "send-file PATH         upload a file, print its stored id"}},
+        {"download", {2, "download URL PATH      download a file, showing progress"}},
+        {"status", {0, "status                 show configuration and record counts"}},
+    };
+    return known;
+}
+
+}  // namespace
+
+parse_result parse_command_line(const QStringList& arguments, uploader_options& out) {
+    QCommandLineParser parser;
+    QString description =
+        "Sends the records of a host's ./keploinfo/ folder to the information service and "
+        "runs the library's other requests from the command line.\n\nCommands:";
+    for (const command_shape& shape : commands()) description += QString("\n  ") + shape.synopsis;
+    description +=
+        "\n\nExit codes: 0 done (every record sent), 1 something failed or records were kept, "
+        "2 bad arguments.";
+    parser.setApplicationDescription(description);
+    parser.addHelpOption();
+    parser.addPositionalArgument("command",
+                                 "upload (default), descriptor, send-file, download "
+                                 "or status, with its arguments.",
+                                 "[command [arguments...]]");
+    const QCommandLineOption workdir(
+        {"w", "workdir"},
+        "The host's working folder, holding res/system.ini, url_config.ini and "
+        "keploinfo/ (default: the current folder).",
+        "folder");
+    const QCommandLineOption force({"f", "force"},
+                                   "upload: send even when uploading is "
+                                   "switched off in res/system.ini.");
+    const QCommandLineOption dry_run({"n", "dry-run"},
+                                     "upload: only list what would be sent; change nothing.");
+    const QCommandLineOption watch("watch",
+                                   "upload: repeat every configured interval "
+                                   "(\"time_intval\", seconds) until interrupted.");
+    const QCommandLineOption parallel({"j", "parallel"},
+                                      "upload: requests in flight at once (default 4).", "N", "4");
+    const QCommandLineOption upload_url(
+        "upload-url", "Information-upload address instead of the configured one.", "url");
+    const QCommandLineOption file_url("file-url", "File-upload address instead of the library's.",
+                                      "url");
+    const QCommandLineOption cdn_url("cdn-url",
+                                     "Descriptor base address instead of the "
+                                     "library's.",
+                                     "url");
+    const QCommandLineOption verbose({"v", "verbose"},
+                                     "Show the library's own log lines on standard error.");
+    parser.addOptions(
+        {workdir, force, dry_run, watch, parallel, upload_url, file_url, cdn_url, verbose});
+
+    auto bad = [&parser](const QString& why) {
+        return parse_result{parse_result::bad, why + "\n\n" + parser.helpText()};
+    };
+    if (!parser.parse(arguments)) return bad(parser.errorText());
+    if (parser.isSet("help")) return parse_result{parse_result::help, parser.helpText()};
+
+    QStringList positional = parser.positionalArguments();
+    if (!positional.isEmpty()) out.command = positional.takeFirst();
+    if (!commands().contains(out.command)) return bad("unknown command " + out.command);
+    const int wanted = commands()[out.command].arguments;
+    if (positional.size() != wanted)
+        return bad(QString("%1 takes %2 argument(s): %3")
+                       .arg(out.command)
+                       .arg(wanted)
+                       .arg(QString(commands()[out.command].synopsis).section("  ", 0, 0)));
+    out.arguments = positional;
+
+    out.force = parser.isSet(force);
+    out.dry_run = parser.isSet(dry_run);
+    out.watch = parser.isSet(watch);
+    out.verbose = parser.isSet(verbose);
+    if (out.command != "upload") {
+        for (const QCommandLineOption* option : {&force, &dry_run, &watch, &parallel})
+            if (parser.isSet(*option))
+                return bad(QString("--%1 applies to upload only").arg(option->names().last()));
+    }
+    if (out.watch && out.dry_run) return bad("--watch and --dry-run do not go together");
+    bool number = false;
+    out.parallel = parser.value(parallel).toInt(&number);
+    if (!number || out.parallel < 1 || out.parallel > 64)
+        return bad("--parallel wants a number from 1 to 64");
+
+    const QFileInfo folder(parser.isSet(workdir) ? parser.value(workdir) : QDir::currentPath());
+    if (!folder.isDir()) return bad("--workdir: " + folder.filePath() + " is not a folder");
+    out.workdir = folder.absoluteFilePath();
+
+    out.upload_url = parser.value(upload_url);
+    out.file_url = parser.value(file_url);
+    out.cdn_url = parser.value(cdn_url);
+    // The library appends "/software/..." to the CDN base as it is.
+    while (out.cdn_url.endsWith('/')) out.cdn_url.chop(1);
+    return parse_result{};
+}
+
+}  // namespace uploader
