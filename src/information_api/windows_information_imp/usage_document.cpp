@@ -67,8 +67,9 @@ QJsonObject module_entry(const QString& modular_name, const QString& module_file
     return entry;
 }
 
-QJsonObject modules(const KeploInfoMgr& session) {
-    QJsonObject modules;
+// Fills the target's module object rather than a fresh one: a session whose
+// usage record is rewritten without modules keeps reporting the earlier ones.
+QJsonObject modules(const KeploInfoMgr& session, QJsonObject modules) {
     modules["ple"] = session.module_file;
     LOG(INFO) << "modular=" << session.modular_name.toStdString()
               << " modular_ple.size=" << session.modular_files.size();
@@ -116,7 +117,7 @@ void windows_information_imp::build_usage_document(QJsonObject& target) {
     target["enableGuide"] = enable_guide == 1 ? QStringLiteral("yes") : QStringLiteral("no");
     target["osSoftExt"] = software_environment(*this);
     target["osHdExt"] = hardware(*this);
-    target["modularExt"] = modules(*this);
+    target["modularExt"] = modules(*this, target["modularExt"].toObject());
 }
 
 void windows_information_imp::create_usage_info(const QString& module_file,
