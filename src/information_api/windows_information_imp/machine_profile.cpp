@@ -1,35 +1,145 @@
-// PLACEHOLDER: machine profile probes (being built).
+// The machine profile probes of the manager: Qt texts around the platform
+// sources (machine_profile_windows.cpp, machine_profile_linux.cpp).
+#include <glog/logging.h>
+
+#include <QApplication>
+#include <QDebug>
+#include <QDesktopWidget>
+#include <QSettings>
+#include <QSize>
+#include <string>
+#include <vector>
+
+#include "machine_profile_facts.h"
+#include "machine_profile_rules.h"
+#include "machine_profile_sources.h"
 #include "windows_information_imp.h"
 
 namespace TarvoConsumerScanner {
 namespace information_api {
 
-bool windows_information_imp::get_os_info(QString&, QString&, QString&) {
+namespace {
+
+void log_to_glog(const char* file, int line, const std::string& text) {
+    google::LogMessage(file, line, google::GLOG_INFO).stream() << text;
+}
+
+// The sources log through glog, with their own file and line, from the start.
+[[maybe_unused]] const bool sources_log_to_glog =
+    (machine_profile::set_log_function(&log_to_glog), true);
+
+// A UTF-8 copy of one member for a source to rewrite; the member takes the
+// copy's value back when the probe is done.
+class utf8_slot {
+public:
+    explicit utf8_slot(QString& member) : member_(member), text_(member.toStdString()) {}
+    ~utf8_slot() { member_ = QString::fromStdString(text_); }
+    utf8_slot(const utf8_slot&) = delete;
+    utf8_slot& operator=(const utf8_slot&) = delete;
+    std::string& text() { return text_; }
+
+private:
+    QString& member_;
+    std::string text_;
+};
+
+void append(QStringList& list, const std::vector<std::string>& texts) {
+    for (const auto& text : texts) list.append(QString::fromStdString(text));
+}
+
+// The desktop widget spans every screen. Without a widget application there
+// is no desktop to measure, and the size reads 0*0.
+QSize desktop_size() {
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return QSize(0, 0);
+    const QDesktopWidget* desktop = QApplication::desktop();
+    return QSize(desktop->width(), desktop->height());
+}
+
+}  // namespace
+
+bool windows_information_imp::get_os_info(QString& os_name, QString& language,
+                                          QString& resolution) {
+    get_os_name(os_name);
+    const QSize size = desktop_size();
+    get_system_language(language);
+    resolution =
+        QString::fromStdString(machine_profile::resolution_text(size.width(), size.height()));
     return true;
 }
-bool windows_information_imp::get_disk_info(QString&, QString&, QString&) {
+
+bool windows_information_imp::get_disk_info(QString& install_path, QString& disk_size,
+                                            QString& disk_free_size) {
+    utf8_slot path(install_path), size(disk_size), free_size(disk_free_size);
+    machine_profile::read_disk_info(path.text(), size.text(), free_size.text());
     return true;
 }
-bool windows_information_imp::get_cpu_info(QString&, QString&) {
+
+bool windows_information_imp::get_cpu_info(QString& cpu_cores, QString& cpu_model) {
+    utf8_slot cores(cpu_cores), model(cpu_model);
+    machine_profile::read_cpu_info(cores.text(), model.text());
     return true;
 }
-bool windows_information_imp::get_gpu_info(QStringList&, QStringList&) {
-    return false;
+
+bool windows_information_imp::get_gpu_info(QStringList& gpu_models, QStringList& gpu_memory_sizes) {
+    std::vector<std::string> models, memory_sizes;
+    const bool result = machine_profile::read_gpu_info(modern_os_, models, memory_sizes);
+    append(gpu_models, models);
+    append(gpu_memory_sizes, memory_sizes);
+    return result;
 }
-bool windows_information_imp::get_memory_size(QString&) {
+
+bool windows_information_imp::get_memory_size(QString& memory_size) {
+    utf8_slot size(memory_size);
+    machine_profile::read_memory_size(size.text());
     return true;
 }
-int windows_information_imp::get_browser_info(QString&, QString&) {
-    return -1;
+
+#ifdef _WIN32
+int windows_information_imp::get_browser_info(QString& browser_name, QString& browser_version) {
+    const QString progid =
+        QSettings(
+            "HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\Shell\\Associations\\"
+            "UrlAssociations\\http\\UserChoice",
+            QSettings::NativeFormat)
+            .value("Progid", "")
+            .toString();
+    qDebug() << "default browser=" << progid;
+    const QString command =
+        QSettings(QString("HKEY_CLASSES_ROOT\\%1\\shell\\open\\command").arg(progid),
+                  QSettings::NativeFormat)
+            .value("Default", "")
+            .toString();
+    qDebug() << "default browser_path=" << command;
+    const std::wstring path = machine_profile::browser_executable_of(command.toStdWString());
+    LOG(INFO) << "default browser_path=" << QString::fromStdWString(path).toStdString();
+
+    utf8_slot name(browser_name), version(browser_version);
+    return machine_profile::read_browser_version(path, name.text(), version.text());
 }
-bool windows_information_imp::get_os_name(QString&) {
-    return false;
+#else
+int windows_information_imp::get_browser_info(QString& browser_name, QString& browser_version) {
+    utf8_slot name(browser_name), version(browser_version);
+    return machine_profile::read_default_browser(name.text(), version.text());
 }
-bool windows_information_imp::get_system_language(QString&) {
+#endif
+
+bool windows_information_imp::get_os_name(QString& os_name) {
+    utf8_slot name(os_name);
+    return machine_profile::read_os_name(name.text(), modern_os_);
+}
+
+bool windows_information_imp::get_system_language(QString& language) {
+    language = QString::fromStdString(machine_profile::read_system_language());
     return true;
 }
-bool windows_information_imp::enumerate_dxgi_adapters(QStringList&, QStringList&) {
-    return false;
+
+bool windows_information_imp::enumerate_dxgi_adapters(QStringList& gpu_models,
+                                                      QStringList& gpu_memory_sizes) {
+    std::vector<std::string> models, memory_sizes;
+    const bool result = machine_profile::read_display_adapters(models, memory_sizes);
+    append(gpu_models, models);
+    append(gpu_memory_sizes, memory_sizes);
+    return result;
 }
 
 }  // namespace information_api
