@@ -2,7 +2,8 @@
 # Installs what is missing, builds the library with its tests and runs them.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-"$root/scripts/install-deps.sh"
+# The cross compiler and Wine run the Windows machine profile check.
+"$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix
 
 build="${BUILD_DIR:-$root/build}"
 launcher=()

@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# Runs the machine-profile check program under Wine once per reported Windows
+# version and language, with what this machine must give as expectations.
+# Usage: run_machine_profile_check.sh <wine64 loader> <check .exe> <prefix dir>
+set -euo pipefail
+wine="$1"
+check="$(realpath "$2")"
+mkdir -p "$3"
+export WINEPREFIX="$(realpath "$3")"
+export WINEDEBUG=-all
+# No Mono or Gecko installer at prefix creation: console programs need neither.
+export WINEDLLOVERRIDES="mscoree,mshtml="
+unset DISPLAY WAYLAND_DISPLAY
+
+wineserver="$(dirname "$wine")/wineserver64"
+[ -x "$wineserver" ] || wineserver="$(dirname "$wine")/wineserver"
+[ -x "$wineserver" ] || wineserver=wineserver
+trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
+
+# What Wine must report about this machine.
+cores="$(getconf _NPROCESSORS_ONLN)"
+processor="$(sed -n 's/^model name[[:space:]]*:[[:space:]]*//p' /proc/cpuinfo | head -n 1 | sed 's/[[:space:]]*$//')"
+folder="Z:$(dirname "$check")"
+machine=(install_path="$folder" cpu_cores="$cores")
+[ -n "$processor" ] && machine+=(cpu_model="AMD64;$processor")
+
+# version: the value of HKCU\Software\Wine "Version", or "default" for none.
+run() {
+    local version="$1" locale="$2"
+    shift 2
+    if [ "$version" = default ]; then
+        "$wine" reg delete 'HKCU\Software\Wine' /v Version /f >/dev/null 2>&1 || true
+    else
+        "$wine" reg add 'HKCU\Software\Wine' /v Version /d "$version" /f >/dev/null 2>&1
+    fi
+    echo "=== Windows version: $version, locale: $locale"
+    LC_ALL="$locale" LANG="$locale" "$wine" "$check" "${machine[@]}" "$@"
+}
+
+# progid: the user's choice of http handler; Wine's own has no version
+# resource, its Internet Explorer has one.
+choose_browser() {
+    "$wine" reg add 'HKCU\Software\Microsoft\Windows\Shell\Associations\UrlAssociations\http\UserChoice' \
+        /v Progid /d "$1" /f >/dev/null 2>&1
+}
+
+started=$SECONDS
+choose_browser http
+run default C.UTF-8 'os_name=[Windows7 64]' os_name_result=1 modern_os=1 language=1033
+echo "(prefix ready and first run done in $((SECONDS - started)) s)"
+run win10 zh_CN.UTF-8 'os_name=[Windows10 64]' modern_os=1 language=2052
+run win81 de_DE.UTF-8 'os_name=[Windows8 64]' modern_os=1 language=1031
+# 6.2 is named by neither stage.
+run win8 C.UTF-8 'os_name=[]' os_name_result=1 modern_os=1
+# Below 6 the graphics probe asks WMI.
+run winxp64 C.UTF-8 'os_name=[WindowsXP 64 ]' modern_os=0 gpu_result=1
+run win2003 C.UTF-8 'os_name=[WindowsServer2003 64]' modern_os=0 gpu_result=1
+"$wine" reg add 'HKCR\IE.HTTP\shell\open\command' /ve \
+    /d '"C:\Program Files\Internet Explorer\iexplore.exe" -nohome "%1"' /f >/dev/null 2>&1
+# The whole browser probe on a handler with a version resource.
+choose_browser IE.HTTP
+run win10 C.UTF-8 'os_name=[Windows10 64]' browser_result=0 \
+    'browser_path=C:\Program Files\Internet Explorer\iexplore.exe'
+echo "=== all versions checked in $((SECONDS - started)) s"
