@@ -18,7 +18,6 @@ class record_cycle_test : public record_test {
 protected:
     void TearDown() override {
         api::information_clean();
-        qApp->setProperty("start_time", QVariant());
         record_test::TearDown();
     }
 
@@ -149,11 +148,7 @@ TEST_F(record_cycle_test, later_run_uploads_every_record_intact) {
 TEST_F(record_cycle_test, pruning_removes_old_records_and_keeps_score_files) {
     const QMap<QString, stored_record> written = record_first_run();
     const QDateTime long_ago = QDateTime::currentDateTime().addDays(-40);
-    for (const QString& path : written.keys()) {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        ASSERT_TRUE(file.setFileTime(long_ago, QFileDevice::FileModificationTime));
-    }
+    for (const QString& path : written.keys()) set_modified(path, long_ago);
 
     api::KeploInfoMgr* manager = start_second_run();
     manager->delete_old_records();

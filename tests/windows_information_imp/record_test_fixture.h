@@ -2,20 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDateTime>
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <memory>
 #include <string>
 
-#include "log_capture.h"
-#include "windows_information_imp/windows_information_imp.h"
+#include "store_test_fixture.h"
 
 namespace test_support {
 
@@ -85,30 +81,80 @@ inline void expect_named_between(const QString& path, const char* format, const 
 #define EXPECT_JSON_EQ(actual, expected_text) \
     EXPECT_EQ(json_text(actual), json_text(QJsonValue(json_object(expected_text))))
 
-// Each test works in a folder of its own, with a manager made as the separate
-// uploader makes it: no probes run, so the session record holds exactly what
-// the test puts there.
-class record_test : public ::testing::Test {
+// The machine parts of every document made from fill_session().
+const char* const filled_software_environment = R"({
+    "osName": "Windows 10 Pro", "lang": "zh-CN", "resolution": "1920*1080",
+    "installPath": "C:/Program Files/Keplo", "browser": {"name": "Firefox", "ver": "126.0"}})";
+const char* const filled_hardware = R"({
+    "cpu": [{"cpuCores": 8, "cpuModel": "Intel(R) Core(TM) i7-8700"}],
+    "memSize": 17179869184,
+    "gpu": [{"gpuModel": "GeForce GTX 1060", "gpuMemSize": 6442450944}],
+    "hddSize": 512110190592, "hddRemainSize": 123456789012})";
+
+// Checks the machine parts of a document made from fill_session() and
+// returns the rest, for the test to compare with what it expects.
+inline QJsonObject without_filled_machine(QJsonObject document) {
+    EXPECT_JSON_EQ(document["osSoftExt"], filled_software_environment);
+    EXPECT_JSON_EQ(document["osHdExt"], filled_hardware);
+    document.remove("osSoftExt");
+    document.remove("osHdExt");
+    return document;
+}
+
+// Checks that "startOn" and "endOn" are both the UTC time of the call
+// (between before and after) and returns the rest of the document.
+inline QJsonObject without_call_time(QJsonObject document, const QDateTime& before,
+                                     const QDateTime& after) {
+    const char* const format = "yyyy-MM-ddThh:mm:ssZ";
+    const QString start_on = document["startOn"].toString();
+    EXPECT_GE(start_on, before.toUTC().toString(format));
+    EXPECT_LE(start_on, after.toUTC().toString(format));
+    EXPECT_EQ(document["endOn"].toString(), start_on);
+    document.remove("startOn");
+    document.remove("endOn");
+    return document;
+}
+
+// A scan as the host describes it: two steps, numbers in decimal texts.
+inline scan_description_t two_step_scan() {
+    scan_description_t scan;
+    scan.module_file = "scan-abcR550.ple";
+    scan.model_name = "KS-400";
+    scan.modular_name = "turntable";
+    scan.software_version = "2.0.0";
+    scan.start_on = "2024-05-02T07:00:00Z";
+    scan.end_on = "2024-05-02T07:12:00Z";
+    scan.steps = {scan_step_t{"2024-05-02T07:00:00Z", "2024-05-02T07:05:00Z", "fixed", "16", "on",
+                              QStringList{"marker", "feature"}, "turntable"},
+                  scan_step_t{"2024-05-02T07:06:00Z", "2024-05-02T07:12:00Z", "handheld", "0",
+                              "off", QStringList{}, "handheld"}};
+    scan.texture = "color";
+    scan.total_points = "1234567";
+    scan.point_distance = "0.25";
+    scan.length = "120.5";
+    scan.width = "80";
+    scan.height = "33.75";
+    scan.hand_held_point_gen_way = "auto";
+    scan.mesh_type = "watertight";
+    scan.file_name = "D:/scans/bust.ply";
+    scan.modular_files = QStringList{"T.ple", "", "H.ple"};
+    return scan;
+}
+
+// The store's test folder and application name, with a manager made as the
+// separate uploader makes it: no probes run, so the session record holds
+// exactly what the test puts there.
+class record_test : public store_test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(workdir_.isValid());
-        previous_dir_ = QDir::currentPath();
-        ASSERT_TRUE(QDir::setCurrent(workdir_.path()));
-        previous_name_ = QCoreApplication::applicationName();
-        QCoreApplication::setApplicationName("information_uploader");
-        manager_.reset(new windows_information_imp());
+        store_test::SetUp();
+        manager_ = make_manager();
     }
 
     void TearDown() override {
         // The destructor rewrites the usage record, relative to this folder.
         manager_.reset();
-        QCoreApplication::setApplicationName(previous_name_);
-        QDir::setCurrent(previous_dir_);
-    }
-
-    // File names in ./keploinfo/ matching filter, sorted by name.
-    QStringList record_names(const QString& filter = "*") const {
-        return QDir("keploinfo").entryList({filter}, QDir::Files, QDir::Name);
+        store_test::TearDown();
     }
 
     // A session record with every member set, as the probes and the host
@@ -139,11 +185,7 @@ protected:
         m.enable_guide = 1;
     }
 
-    QTemporaryDir workdir_;
-    QString previous_dir_;
-    QString previous_name_;
     std::unique_ptr<windows_information_imp> manager_;
-    log_capture logs_;
 };
 
 }  // namespace test_support
