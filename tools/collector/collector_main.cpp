@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -147,6 +148,12 @@ int main(int argc, char** argv) {
         say(QString::fromStdString(collector_service::describe(req, res)));
     });
 
+    // The server library's default also sets SO_REUSEPORT, which would let a
+    // second collector share a port that is in use instead of failing.
+    server->set_socket_options([](socket_t sock) {
+        int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     const std::string host = options.host.toStdString();
     int port = options.port;
     if (port == 0)
@@ -161,6 +168,19 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    bool listening_failed = false;
+    std::atomic<bool> stopping{false};
+    std::atomic<bool> listener_done{false};
+    std::thread listener([&] {
+        if (!server->listen_after_bind()) listening_failed = true;
+        listener_done = true;
+        // Wakes the main thread also when the server ends on its own.
+        if (!stopping) kill(getpid(), SIGTERM);
+    });
+    // stop() before the server runs would be lost; and scripts may connect as
+    // soon as they read the "listening on" line.
+    while (!server->is_running() && !listener_done)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     say("information_collector: database " + QFileInfo(options.database).absoluteFilePath() +
         ", uploaded files in " + options.config.upload_dir);
     if (!options.config.software_dir.isEmpty())
@@ -171,13 +191,6 @@ int main(int argc, char** argv) {
             .arg(tls ? "https" : "http", options.host)
             .arg(port));
 
-    bool listening_failed = false;
-    std::atomic<bool> stopping{false};
-    std::thread listener([&] {
-        if (!server->listen_after_bind()) listening_failed = true;
-        // Wakes the main thread also when the server ends on its own.
-        if (!stopping) kill(getpid(), SIGTERM);
-    });
     int signal_number = 0;
     sigwait(&stop_signals, &signal_number);
     stopping = true;
