@@ -266,9 +266,9 @@ TEST_F(event_record_test, events_in_the_same_second_share_one_file) {
 }
 
 TEST_F(event_record_test, a_scan_replaces_the_record_of_its_millisecond) {
-    // One scan record syncs a file to disk, so two scans never both fall in
-    // one millisecond here. Stand in the earlier scan with a record written
-    // ahead under the name of a coming millisecond, then scan in it.
+    // One scan record syncs a file to disk, so two scans seldom fall in one
+    // millisecond. Stand in the earlier scan with a record written ahead under
+    // the name of a coming millisecond, then scan in it.
     bool pinned = false;
     for (int attempt = 0; attempt < 20 && !pinned; ++attempt) {
         QDir("keploinfo").removeRecursively();
