@@ -75,7 +75,7 @@ QJsonObject modules(const KeploInfoMgr& session, QJsonObject modules) {
               << " modular_ple.size=" << session.modular_files.size();
 
     // The first module is reported even when its file is empty; later empty
-    // ones are dropped. The service relies on that first entry.
+    // ones are dropped. The asymmetry is deliberate: keep it.
     QJsonArray entries;
     for (int i = 0; i < session.modular_files.size(); ++i) {
         if (i == 0 || !session.modular_files[i].isEmpty())
