@@ -30,6 +30,8 @@ TEST(collector_process, prints_one_line_per_request) {
     httplib::Client client("127.0.0.1", collector.port());
     ASSERT_TRUE(client.Get("/a"));
     ASSERT_TRUE(client.Get("/b"));
+    // Each line is printed once its answer is out, by the thread that served it.
+    ASSERT_TRUE(collector.tool().wait_for_output("GET /a -> 404"));
     ASSERT_TRUE(collector.tool().wait_for_output("GET /b -> 404"));
     const QStringList lines = collector.tool().output().split('\n', Qt::SkipEmptyParts);
     EXPECT_EQ(lines.filter(" -> ").size(), 2);

@@ -3,26 +3,30 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
-#include <QMap>
 
 namespace uploader {
 
 namespace {
 
 struct command_shape {
+    const char* name;
     int arguments;
     const char* synopsis;
 };
 
-const QMap<QString, command_shape>& commands() {
-    static const QMap<QString, command_shape> known{
-        {"upload", {0, "upload                 send the due records (the default)"}},
-        {"descriptor", {1, "descriptor SOFTWARE    print the software's descriptor"}},
-        {"send-file", {1, "send-file PATH         upload a file, print its stored id"}},
-        {"download", {2, "download URL PATH      download a file, showing progress"}},
-        {"status", {0, "status                 show configuration and record counts"}},
-    };
-    return known;
+// In the order the help lists them.
+const command_shape commands[] = {
+    {"upload", 0, "upload                 send the due records (the default)"},
+    {"descriptor", 1, "descriptor SOFTWARE    print the software's descriptor"},
+    {"send-file", 1, "send-file PATH         upload a file, print its stored id"},
+    {"download", 2, "download URL PATH      download a file, showing progress"},
+    {"status", 0, "status                 show configuration and record counts"},
+};
+
+const command_shape* find_command(const QString& name) {
+    for (const command_shape& shape : commands)
+        if (name == shape.name) return &shape;
+    return nullptr;
 }
 
 }  // namespace
@@ -32,7 +36,7 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
     QString description =
         "Sends the records of a host's ./keploinfo/ folder to the information service and "
         "runs the library's other requests from the command line.\n\nCommands:";
-    for (const command_shape& shape : commands()) description += QString("\n  ") + shape.synopsis;
+    for (const command_shape& shape : commands) description += QString("\n  ") + shape.synopsis;
     description +=
         "\n\nExit codes: 0 done (every record sent), 1 something failed or records were kept, "
         "2 bad arguments.";
@@ -78,13 +82,13 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
 
     QStringList positional = parser.positionalArguments();
     if (!positional.isEmpty()) out.command = positional.takeFirst();
-    if (!commands().contains(out.command)) return bad("unknown command " + out.command);
-    const int wanted = commands()[out.command].arguments;
-    if (positional.size() != wanted)
+    const command_shape* shape = find_command(out.command);
+    if (!shape) return bad("unknown command " + out.command);
+    if (positional.size() != shape->arguments)
         return bad(QString("%1 takes %2 argument(s): %3")
                        .arg(out.command)
-                       .arg(wanted)
-                       .arg(QString(commands()[out.command].synopsis).section("  ", 0, 0)));
+                       .arg(shape->arguments)
+                       .arg(QString(shape->synopsis).section("  ", 0, 0)));
     out.arguments = positional;
 
     out.force = parser.isSet(force);
