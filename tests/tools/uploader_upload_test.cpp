@@ -72,6 +72,22 @@ TEST_F(uploader_upload, keeps_rejected_records_and_exits_1) {
     EXPECT_TRUE(collector.query("SELECT id FROM information").empty());
 }
 
+TEST_F(uploader_upload, a_rejection_without_a_reason_says_so) {
+    test_support::local_server service;
+    service.answer_json("/dtta", R"({"status":"failed"})");
+    service.start();
+    system_settings(1, 5);
+    upload_address(service.url("/dtta"));
+    add_record("a.info2", "usage");
+
+    const auto result = uploader({"upload"});
+    EXPECT_EQ(result.exit_code, 1) << shown(result);
+    EXPECT_TRUE(result.out.contains(
+        "rejected   keploinfo/a.info2 (usage): the service did not answer \"success\""))
+        << shown(result);
+    EXPECT_TRUE(QFile::exists(record("a.info2")));
+}
+
 TEST_F(uploader_upload, keeps_records_when_the_service_is_unreachable) {
     system_settings(1, 5);
     upload_address(QString("http://127.0.0.1:%1/dtta").arg(test_support::closed_port()));

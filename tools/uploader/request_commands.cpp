@@ -87,7 +87,8 @@ private:
         if (outcome.kind == request_outcome::succeeded)
             complain("send-file: the service took " + path + " but gave no file id");
         else if (outcome.kind == request_outcome::rejected)
-            complain("send-file: the service refused " + path + ": " + describe_failure(outcome));
+            // The library passes no text of the service's for a refused file.
+            complain("send-file: the service refused " + path + " (it did not answer \"success\")");
         else
             complain("send-file: cannot send " + path + ": " + describe_failure(outcome));
         emit finished(exit_failed);

@@ -17,6 +17,14 @@ const int state_time_out = 6;
 const int state_network_error = 7;
 const int state_rejected = 10;
 
+// A rejected answer carries the service's "result" text when it gave one, and
+// otherwise the toolkit's text for a reply without error.
+QString rejection_text(const response_info_t& info) {
+    if (info.error_string.isEmpty() || info.error_string == "Unknown error")
+        return "the service did not answer \"success\"";
+    return info.error_string;
+}
+
 QString network_error_name(int code) {
     const char* key = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code);
     return key ? QString("%1 (%2)").arg(key).arg(code) : QString("network error %1").arg(code);
@@ -46,7 +54,7 @@ void answer_watch::take(const response_info_t& info) {
             settle(request_outcome::succeeded, QString(), info);
             break;
         case state_rejected:
-            settle(request_outcome::rejected, info.error_string, info);
+            settle(request_outcome::rejected, rejection_text(info), info);
             break;
         case state_time_out:
             after_time_out_ = true;
