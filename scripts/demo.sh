@@ -9,5 +9,4 @@ launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$root" -B "$build" -G Ninja "${launcher[@]}"
 cmake --build "$build" --target information_demo
-[ -z "${DISPLAY:-}" ] && export QT_QPA_PLATFORM=offscreen
-exec "$build/tools/information_demo" "$@"
+exec bash "$root/tools/demo/run_demo.sh" "$build"

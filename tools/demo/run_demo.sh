@@ -1,0 +1,104 @@
+#!/usr/bin/env bash
+# The whole cycle on this machine, with no outside service: a local collector,
+# a host that records a session and its events, the uploader that sends them,
+# then a descriptor query and an installer download.
+set -euo pipefail
+bin="$(cd "${1:?usage: run_demo.sh BUILD_DIR}" && pwd)/tools"
+collector="$bin/collector/information_collector"
+uploader="$bin/uploader/information_uploader"
+recorder="$bin/demo/information_demo_recorder"
+[ -z "${DISPLAY:-}" ] && export QT_QPA_PLATFORM=offscreen
+
+work="$(mktemp -d "${TMPDIR:-/tmp}/information_demo.XXXXXX")"
+collector_pid=""
+finish() {
+  [ -n "$collector_pid" ] && kill -INT "$collector_pid" 2>/dev/null && wait "$collector_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap finish EXIT
+
+step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+indent() { sed 's/^/   /'; }
+
+step "1. A local stand-in for the web service"
+mkdir -p "$work/service/software/demo-scanner-suite" "$work/service/files" "$work/host/res"
+cat > "$work/service/software/demo-scanner-suite/interface.json" <<'JSON'
+{"software": "demo-scanner-suite", "version": "1.5.0",
+ "installer": {"file": "demo-setup.exe", "notes": "Faster meshing."}}
+JSON
+head -c $((24 * 1024 * 1024)) /dev/urandom > "$work/service/files/demo-setup.exe"
+"$collector" --port 0 --database "$work/service/collector.sqlite" \
+  --upload-dir "$work/service/uploads" --software-dir "$work/service/software" \
+  --files-dir "$work/service/files" > "$work/service/collector.log" 2>&1 &
+collector_pid=$!
+for _ in $(seq 100); do
+  grep -q "listening on" "$work/service/collector.log" && break
+  sleep 0.1
+done
+service="$(grep -o 'https\?://127\.0\.0\.1:[0-9]*' "$work/service/collector.log" | head -n1)"
+[ -n "$service" ] || { cat "$work/service/collector.log"; echo "the collector did not start" >&2; exit 1; }
+echo "information_collector listens on $service (database: collector.sqlite)"
+
+# The descriptor and file-upload addresses are compiled into the library;
+# the uploader takes the local ones on its command line.
+uploader_run() { "$uploader" --workdir "$work/host" --cdn-url "$service" --file-url "$service/up" "$@"; }
+
+step "2. The host's configuration: res/system.ini and url_config.ini"
+cat > "$work/host/res/system.ini" <<INI
+[General]
+enable=1
+time_intval=60
+test=0
+connect_time=5
+remain=30
+INI
+printf '[General]\nupload_url=%s/dtta\n' "$service" > "$work/host/url_config.ini"
+(cd "$work/host" && cat res/system.ini url_config.ini) | indent
+
+step "3. A host records a session and one event of each kind"
+(cd "$work/host" && "$recorder" 2> "$work/host/recorder.log") | indent
+
+step "4. Records become due once they are older than the uploader's start"
+echo "   waiting 4 seconds ..."
+sleep 4
+uploader_run status | indent
+
+step "5. information_uploader sends what is due"
+uploader_run upload | indent
+echo "   left in keploinfo/: $(ls "$work/host/keploinfo" | wc -l) file(s)"
+
+step "6. What the service stored"
+if command -v sqlite3 >/dev/null 2>&1; then
+  sqlite3 -header -column "$work/service/collector.sqlite" \
+    "SELECT id, type, app_id, length(body) AS bytes FROM information ORDER BY id;" | indent
+  echo "   first record, as the service received it (abridged):"
+  sqlite3 "$work/service/collector.sqlite" \
+    "SELECT body FROM information WHERE type = 'usage' LIMIT 1;" | head -n 12 | indent
+fi
+
+step "7. The software descriptor, from the CDN address"
+uploader_run descriptor demo-scanner-suite | indent
+
+step "8. A feedback attachment goes up as a file"
+printf 'a picture of the scanned vase\n' > "$work/host/vase.png"
+echo "   stored as file id $(uploader_run send-file "$work/host/vase.png" 2>/dev/null)"
+
+step "9. Downloading the installer"
+mkdir -p "$work/host/downloads"
+uploader_run download "$service/files/demo-setup.exe" \
+  "$work/host/downloads/demo-setup.exe"
+if cmp -s "$work/service/files/demo-setup.exe" "$work/host/downloads/demo-setup.exe"; then
+  echo "   the downloaded installer matches the served one byte for byte"
+else
+  echo "   the downloaded installer differs from the served one" >&2
+  exit 1
+fi
+
+step "10. Stopping the service"
+kill -INT "$collector_pid"
+wait "$collector_pid" || true
+collector_pid=""
+echo "   requests the collector saw:"
+grep -E ' (GET|POST) ' "$work/service/collector.log" | indent
+echo
+echo "Demo finished."
