@@ -32,6 +32,16 @@ TEST_F(store_test, due_records_are_those_last_written_at_least_three_seconds_bef
     EXPECT_EQ(record_names().size(), 5);
 }
 
+TEST_F(store_test, the_nameless_usage_record_of_a_session_that_never_started_is_listed) {
+    const QDateTime start = now_in_seconds();
+    qApp->setProperty("start_time", start);
+    const QString nameless = write_record(".info2", start.addSecs(-60));
+    auto manager = make_manager();
+    QStringList due;
+    EXPECT_EQ(manager->list_due_records(due), 1);
+    EXPECT_EQ(due, QStringList{nameless});
+}
+
 TEST_F(store_test, nothing_is_due_when_the_host_set_no_start_time) {
     write_record("a.info2", days_ago(3));
     write_record("b.info2", days_ago(40));

@@ -34,7 +34,9 @@ struct record_entry {
 std::vector<record_entry> records_oldest_first(const QString& pattern) {
     QDir folder(record_folder);
     folder.setNameFilters(QStringList(pattern));
-    folder.setFilter(QDir::Files);
+    // Hidden too: a session that never started writes its usage record as
+    // ".info2", which is an ordinary file on Windows.
+    folder.setFilter(QDir::Files | QDir::Hidden);
     folder.setSorting(QDir::Unsorted);
     std::vector<record_entry> records;
     for (const QFileInfo& file : folder.entryInfoList()) {

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QJsonDocument>
 
+#include "record_document.h"
 #include "record_file.h"
 #include "windows_information_imp.h"
 
@@ -15,10 +16,6 @@ namespace information_api {
 namespace {
 
 const char* const uploader_application_name = "information_uploader";
-
-QString utc_now_text() {
-    return QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ssZ");
-}
 
 }  // namespace
 
