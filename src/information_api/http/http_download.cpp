@@ -142,8 +142,7 @@ void http_connector::replyDownload(QNetworkReply* reply) {
         reply_->deleteLater();
         reply_ = nullptr;
     }
-    qDebug().noquote() << "rt_=" << rt_;
-    qDebug().noquote() << "net_errocode=" << net_error;
+    qDebug().noquote() << "rt_=" << rt_ << "net_errocode=" << net_error;
     if (sink_) sink_->on_download_finished(ok, state, net_error);
 }
 
