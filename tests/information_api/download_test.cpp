@@ -213,6 +213,31 @@ TEST_F(download_test, chunked_download_of_unknown_length_forwards_a_total_of_min
     EXPECT_FALSE(QFile::exists(temp));
 }
 
+TEST_F(download_test, data_waits_in_the_reply_while_the_temp_file_cannot_be_opened) {
+    // More than the reply holds before the network layer stops reading, so
+    // the download would stall if the waiting data bounded it.
+    const QByteArray content = sample_bytes(7 * 1024 * 1024);
+    answer_chunked_slowly(server_, "/app/late.exe", to_std(content), 256 * 1024,
+                          std::chrono::milliseconds(25));
+    server_.start();
+    const QString target = in_workdir("late.exe");
+    const QString temp = in_workdir("late.temp");
+    ASSERT_TRUE(QDir().mkpath(temp)) << "a folder in the way: the file cannot be opened";
+
+    EXPECT_EQ(api::downLoadApp(45, &sink_, server_.url("/app/late.exe"), target), 0);
+    ASSERT_TRUE(wait_until([&] {
+        const auto progress = sink_.calls_of(kind::progress);
+        return !progress.empty() && progress.back().received >= 5 * 1024 * 1024;
+    }));
+    EXPECT_TRUE(QFileInfo(temp).isDir()) << "nothing could be written yet";
+    ASSERT_TRUE(QDir(temp).removeRecursively());
+
+    ASSERT_TRUE(sink_.wait_for(kind::finished, 1));
+    expect_finished_with_success();
+    EXPECT_TRUE(read_all(target) == content) << "data held back in the reply was lost";
+    EXPECT_FALSE(QFile::exists(temp));
+}
+
 TEST_F(download_test, dropped_connection_leaves_the_temp_file_that_the_next_attempt_continues) {
     // An ".msi" target is cut the same way: a<n>.msi goes through a<n>.temp.
     const QByteArray content = sample_bytes(4 * 1024 * 1024);

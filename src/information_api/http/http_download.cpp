@@ -14,6 +14,12 @@ namespace information_api {
 
 namespace {
 
+// Bound on the data waiting in a download's reply. The network layer stops
+// reading from the socket while the reply holds this much, so memory stays
+// flat whatever the installer's size; the ready-read slot empties the reply
+// into the temporary file.
+constexpr qint64 kDownloadReadBuffer = 4 * 1024 * 1024;
+
 const char* error_name(QNetworkReply::NetworkError code) {
     const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code);
     return name ? name : "UnknownError";
@@ -39,6 +45,7 @@ void http_connector::downloadAppFile(QString url, QString file_name_path) {
     relax_tls(request);
     request.setUrl(QUrl(url, QUrl::TolerantMode));
     reply_ = manager_->get(request);
+    reply_->setReadBufferSize(kDownloadReadBuffer);
 
     // The end of a download is handled by the download slots alone.
     disconnect(manager_, SIGNAL(finished(QNetworkReply*)), this,
@@ -74,11 +81,15 @@ void http_connector::slot_onDownLoadFileReadyRead() {
     CONNECTOR_TRACE("slot_onDownLoadFileReadyRead") << temp_path;
     // Appending, never truncating: a temporary file left by an earlier attempt
     // is continued. When the file cannot be opened the data stays in the reply
-    // and goes out with the next chunk.
+    // and goes out with the next chunk; the bound on the reply is lifted
+    // meanwhile, since a full reply would bring no next chunk.
     QFile temp_file(temp_path);
-    if (temp_file.open(QIODevice::Append)) temp_file.write(reply_->readAll());
+    const bool opened = temp_file.open(QIODevice::Append);
+    if (opened) temp_file.write(reply_->readAll());
     temp_file.flush();
     temp_file.close();
+    const qint64 bound = opened ? kDownloadReadBuffer : 0;
+    if (reply_->readBufferSize() != bound) reply_->setReadBufferSize(bound);
 }
 
 void http_connector::slot_onDownLoadFileError(QNetworkReply::NetworkError networkError) {
