@@ -26,11 +26,7 @@ TEST_F(descriptor_query_test, requests_the_software_descriptor_and_hands_over_th
 
     ASSERT_TRUE(sink_.wait_for_responses(1));
     const auto response = sink_.responses().at(0);
-    EXPECT_EQ(response.connection_id, 21);
-    EXPECT_EQ(response.thread, worker());
-    EXPECT_TRUE(response.info.ok);
-    EXPECT_EQ(response.info.state, 0);
-    EXPECT_EQ(response.info.net_error, 0);
+    expect_outcome(response, 21, true, 0, 0);
     const QJsonDocument document = response.info.content.toJsonDocument();
     ASSERT_TRUE(document.isObject());
     EXPECT_EQ(document.object().value("version").toString(), "2.1.0");
@@ -46,11 +42,7 @@ TEST_F(descriptor_query_test, html_page_is_a_failure_with_state_10) {
 
     ASSERT_TRUE(sink_.wait_for_responses(1));
     const auto response = sink_.responses().at(0);
-    EXPECT_EQ(response.connection_id, 22);
-    EXPECT_EQ(response.thread, worker());
-    EXPECT_FALSE(response.info.ok);
-    EXPECT_EQ(response.info.state, 10);
-    EXPECT_EQ(response.info.net_error, -2);
+    expect_outcome(response, 22, false, 10, -2);
     EXPECT_FALSE(response.info.content.isValid());
 }
 

@@ -44,6 +44,18 @@ protected:
         return selected;
     }
 
+    // One outcome as the host receives it: on the worker thread, under its
+    // connection id, with the codes given.
+    static void expect_outcome(const recording_sink::call& r, int connection_id, bool ok, int state,
+                               int net_error) {
+        EXPECT_EQ(r.connection_id, connection_id);
+        EXPECT_TRUE(r.has_info) << "connection " << connection_id;
+        EXPECT_EQ(r.info.ok, ok) << "connection " << connection_id;
+        EXPECT_EQ(r.info.state, state) << "connection " << connection_id;
+        EXPECT_EQ(r.info.net_error, net_error) << "connection " << connection_id;
+        EXPECT_EQ(r.thread, worker()) << "connection " << connection_id;
+    }
+
     // Waits until connection_id has at least n responses.
     bool wait_for_responses_for(int connection_id, std::size_t n, int timeout_ms = 10000) const {
         return wait_until([&] { return responses_for(connection_id).size() >= n; }, timeout_ms);

@@ -50,10 +50,7 @@ TEST_F(file_upload_test, sends_one_file_part_with_the_bare_name_and_exact_bytes)
     ASSERT_TRUE(wait_for_responses_for(32, 1));
     for (int id : {31, 32}) {
         const auto response = responses_for(id).at(0);
-        EXPECT_EQ(response.thread, worker());
-        EXPECT_TRUE(response.info.ok);
-        EXPECT_EQ(response.info.state, 0);
-        EXPECT_EQ(response.info.net_error, 0);
+        expect_outcome(response, id, true, 0, 0);
         EXPECT_EQ(response.info.result, "abc");
     }
 }

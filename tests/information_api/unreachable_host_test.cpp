@@ -23,12 +23,8 @@ TEST_F(unreachable_host_test, every_entry_point_accepts_and_the_failure_arrives_
 
     for (int id : {61, 62, 63}) {
         ASSERT_TRUE(wait_for_responses_for(id, 1)) << id;
-        for (const auto& r : responses_for(id)) {
-            EXPECT_FALSE(r.info.ok);
-            EXPECT_EQ(r.info.state, 7);
-            EXPECT_EQ(r.info.net_error, QNetworkReply::ConnectionRefusedError);
-            EXPECT_EQ(r.thread, worker());
-        }
+        for (const auto& r : responses_for(id))
+            expect_outcome(r, id, false, 7, QNetworkReply::ConnectionRefusedError);
     }
     // The download's failure is only logged.
     ASSERT_TRUE(wait_until([&] { return logs_.contains("reply->errorString()="); }));

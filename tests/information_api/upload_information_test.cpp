@@ -25,13 +25,7 @@ TEST_F(upload_information_test, posts_the_body_to_the_type_address_with_the_app_
     EXPECT_EQ(request.header("Content-Type"), "application/json;charset=utf-8");
 
     ASSERT_TRUE(sink_.wait_for_responses(1));
-    const auto response = sink_.responses().at(0);
-    EXPECT_EQ(response.connection_id, 11);
-    ASSERT_TRUE(response.has_info);
-    EXPECT_TRUE(response.info.ok);
-    EXPECT_EQ(response.info.state, 0);
-    EXPECT_EQ(response.info.net_error, 0);
-    EXPECT_EQ(response.thread, worker());
+    expect_outcome(sink_.responses().at(0), 11, true, 0, 0);
 }
 
 TEST_F(upload_information_test, rejected_and_unparsable_answers_reach_the_host_as_state_10) {
@@ -48,17 +42,12 @@ TEST_F(upload_information_test, rejected_and_unparsable_answers_reach_the_host_a
     ASSERT_TRUE(wait_for_responses_for(2, 1));
     const auto rejected = responses_for(1);
     ASSERT_EQ(rejected.size(), 1u);
-    EXPECT_FALSE(rejected[0].info.ok);
-    EXPECT_EQ(rejected[0].info.state, 10);
-    EXPECT_EQ(rejected[0].info.net_error, -2);
+    expect_outcome(rejected[0], 1, false, 10, -2);
     EXPECT_EQ(rejected[0].info.error_string, "quota");
-    EXPECT_EQ(rejected[0].thread, worker());
 
     const auto unparsable = responses_for(2);
     ASSERT_EQ(unparsable.size(), 1u);
-    EXPECT_FALSE(unparsable[0].info.ok);
-    EXPECT_EQ(unparsable[0].info.state, 10);
-    EXPECT_EQ(unparsable[0].info.net_error, -2);
+    expect_outcome(unparsable[0], 2, false, 10, -2);
     EXPECT_NE(unparsable[0].info.error_string, "quota");
     EXPECT_TRUE(logs_.contains("error: json parse exception: <html>"));
 }
@@ -74,20 +63,13 @@ TEST_F(upload_information_test, unreachable_address_gives_7_and_silent_server_gi
               0);
 
     ASSERT_TRUE(wait_for_responses_for(7, 2));
-    for (const auto& r : responses_for(7)) {
-        EXPECT_FALSE(r.info.ok);
-        EXPECT_EQ(r.info.state, 7);
-        EXPECT_EQ(r.info.net_error, QNetworkReply::ConnectionRefusedError);
-        EXPECT_EQ(r.thread, worker());
-    }
+    for (const auto& r : responses_for(7))
+        expect_outcome(r, 7, false, 7, QNetworkReply::ConnectionRefusedError);
 
     ASSERT_TRUE(wait_for_responses_for(6, 1));
     const auto timed_out = responses_for(6).at(0);
-    EXPECT_FALSE(timed_out.info.ok);
-    EXPECT_EQ(timed_out.info.state, 6);
-    EXPECT_EQ(timed_out.info.net_error, -1);
+    expect_outcome(timed_out, 6, false, 6, -1);
     EXPECT_EQ(timed_out.info.error_string, "timeout");
-    EXPECT_EQ(timed_out.thread, worker());
 }
 
 }  // namespace
