@@ -97,7 +97,7 @@ TEST_P(module_rule_test, reports_the_first_module_always_and_later_ones_when_nam
 
     EXPECT_JSON_EQ(document["modularExt"], c.expected_modular_ext);
     EXPECT_TRUE(logs_.contains("modular=" + c.modular_name.toStdString() +
-                               " modular_ple.size=" + std::to_string(c.modular_files.size())));
+                               "modular_ple.size=" + std::to_string(c.modular_files.size())));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -293,7 +293,7 @@ TEST_F(calibration_record_test, carries_the_usage_keys_and_one_item_per_class) {
             {"classsify": "sphere", "startOn": "2024-05-01T10:05:00Z",
              "endOn": "2024-05-01T10:06:00Z", "result": "fail", "modular": "handheld"}]
     })");
-    EXPECT_TRUE(logs_.contains("modular=turntable device_ex_ple.size=3"));
+    EXPECT_TRUE(logs_.contains("modular=turntabledevice_ex_ple.size=3"));
 }
 
 TEST_F(calibration_record_test, keeps_its_values_in_the_session_record) {

@@ -72,7 +72,7 @@ QJsonObject module_entry(const QString& modular_name, const QString& module_file
 QJsonObject modules(const KeploInfoMgr& session, QJsonObject modules) {
     modules["ple"] = session.module_file;
     LOG(INFO) << "modular=" << session.modular_name.toStdString()
-              << " modular_ple.size=" << session.modular_files.size();
+              << "modular_ple.size=" << session.modular_files.size();
 
     // The first module is reported even when its file is empty; later empty
     // ones are dropped. The asymmetry is deliberate: keep it.
@@ -154,7 +154,7 @@ void windows_information_imp::record_calibration(
     this->modular_name = modular_name;
     this->modular_files = modular_files;
     LOG(INFO) << "modular=" << modular_name.toStdString()
-              << " device_ex_ple.size=" << modular_files.size();
+              << "device_ex_ple.size=" << modular_files.size();
     this->start_on = start_on;
     this->end_on = end_on;
 
