@@ -20,14 +20,6 @@ namespace information_api {
 
 namespace {
 
-void log_to_glog(const char* file, int line, const std::string& text) {
-    google::LogMessage(file, line, google::GLOG_INFO).stream() << text;
-}
-
-// The sources log through glog, with their own file and line, from the start.
-[[maybe_unused]] const bool sources_log_to_glog =
-    (machine_profile::set_log_function(&log_to_glog), true);
-
 // A UTF-8 copy of one member for a source to rewrite; the member takes the
 // copy's value back when the probe is done.
 class utf8_slot {
@@ -56,6 +48,11 @@ QSize desktop_size() {
 }
 
 }  // namespace
+
+// The platform sources log through glog, with their own file and line.
+void machine_profile::log_info(const char* file, int line, const std::string& text) {
+    google::LogMessage(file, line, google::GLOG_INFO).stream() << text;
+}
 
 bool windows_information_imp::get_os_info(QString& os_name, QString& language,
                                           QString& resolution) {

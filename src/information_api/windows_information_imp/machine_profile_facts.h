@@ -42,10 +42,8 @@ struct processor_facts {
 };
 
 // Glog is not available to every build of the sources (the console check
-// program has none), so they log through this hook; the library points it at
-// glog with the caller's file and line.
-using log_function = void (*)(const char* file, int line, const std::string& text);
-void set_log_function(log_function function);
+// program has none), so whatever links them defines where their log lines go:
+// the library sends them to glog with the caller's file and line.
 void log_info(const char* file, int line, const std::string& text);
 
 }  // namespace machine_profile

@@ -135,18 +135,6 @@ std::string resolution_text(int width, int height) {
     return std::to_string(width) + "*" + std::to_string(height);
 }
 
-namespace {
-log_function current_log_function = nullptr;
-}
-
-void set_log_function(log_function function) {
-    current_log_function = function;
-}
-
-void log_info(const char* file, int line, const std::string& text) {
-    if (current_log_function) current_log_function(file, line, text);
-}
-
 }  // namespace machine_profile
 }  // namespace information_api
 }  // namespace TarvoConsumerScanner
