@@ -16,6 +16,7 @@ finish() {
   rm -rf "$work"
 }
 trap finish EXIT
+trap 'exit 130' INT TERM
 
 step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
 indent() { sed 's/^/   /'; }
