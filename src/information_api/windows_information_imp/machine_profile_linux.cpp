@@ -75,7 +75,7 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-// mimeapps.list files in the order the freedesktop specification gives
+// mimeapps.list files in the freedesktop lookup order:
 // them, desktop-specific ones before the general one in each folder.
 std::vector<std::string> mimeapps_files(const desktop_directories& directories) {
     std::vector<std::string> folders{directories.config_home};
