@@ -75,8 +75,8 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-// mimeapps.list files in the freedesktop lookup order:
-// them, desktop-specific ones before the general one in each folder.
+// mimeapps.list files in the freedesktop lookup order: desktop-specific ones
+// before the general one in each folder.
 std::vector<std::string> mimeapps_files(const desktop_directories& directories) {
     std::vector<std::string> folders{directories.config_home};
     folders.insert(folders.end(), directories.config_dirs.begin(), directories.config_dirs.end());
