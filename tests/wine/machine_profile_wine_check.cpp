@@ -48,40 +48,6 @@ void print_log_line(const char*, int, const std::string& text) {
     std::cout << '\n';
 }
 
-std::string utf8_of(const std::wstring& text) {
-    if (text.empty()) return {};
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                         nullptr, 0, nullptr, nullptr);
-    std::string result(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &result[0], size,
-                        nullptr, nullptr);
-    return result;
-}
-
-// A registry text value, empty when the key or the value is missing (as the
-// library's settings reads give their empty default).
-std::wstring registry_text(HKEY root, const std::wstring& path, const wchar_t* name) {
-    wchar_t value[2048];
-    DWORD size = sizeof value;
-    if (RegGetValueW(root, path.c_str(), name, RRF_RT_REG_SZ, nullptr, value, &size) !=
-        ERROR_SUCCESS)
-        return {};
-    return value;
-}
-
-// The browser probe as the library runs it: user choice, its open command,
-// the executable's version resource.
-void report_browser(const std::string& prefix, const std::wstring& command) {
-    const std::wstring executable = profile::browser_executable_of(command);
-    report(prefix + "_command", utf8_of(command));
-    report(prefix + "_path", utf8_of(executable));
-    std::string name, version;
-    report(prefix + "_result",
-           std::to_string(profile::read_browser_version(executable, name, version)));
-    report(prefix + "_name", name);
-    report(prefix + "_version", version);
-}
-
 unsigned long long number_of(const std::string& key) {
     const std::string& text = results[key];
     char* end = nullptr;
@@ -117,6 +83,10 @@ void profile::log_info(const char* file, int line, const std::string& text) {
     print_log_line(file, line, text);
 }
 
+void profile::log_debug(const std::string& label, const std::string& value) {
+    print_log_line(nullptr, 0, label + " \"" + value + "\"");
+}
+
 int main(int argc, char** argv) {
     std::string os_name;
     bool modern_os = true;
@@ -148,15 +118,13 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < memory_sizes.size(); ++i)
         report("gpu_memory_size." + std::to_string(i), memory_sizes[i]);
 
-    const std::wstring progid = registry_text(
-        HKEY_CURRENT_USER,
-        L"Software\\Microsoft\\Windows\\Shell\\Associations\\UrlAssociations\\http\\UserChoice",
-        L"Progid");
-    report("browser_progid", utf8_of(progid));
-    report_browser("browser", progid.empty()
-                                  ? std::wstring()
-                                  : registry_text(HKEY_CLASSES_ROOT,
-                                                  progid + L"\\shell\\open\\command", nullptr));
+    // The browser probe as the library runs it: the user's choice, its open
+    // command, the executable's version resource.
+    std::string browser_name, browser_version;
+    report("browser_result",
+           std::to_string(profile::read_default_browser(browser_name, browser_version)));
+    report("browser_name", browser_name);
+    report("browser_version", browser_version);
     check_forms();
     for (int i = 1; i < argc; ++i) {
         const std::string expectation = argv[i];

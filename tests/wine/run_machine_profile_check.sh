@@ -57,8 +57,10 @@ run winxp64 C.UTF-8 'os_name=[WindowsXP 64 ]' modern_os=0 gpu_result=1
 run win2003 C.UTF-8 'os_name=[WindowsServer2003 64]' modern_os=0 gpu_result=1
 "$wine" reg add 'HKCR\IE.HTTP\shell\open\command' /ve \
     /d '"C:\Program Files\Internet Explorer\iexplore.exe" -nohome "%1"' /f >/dev/null 2>&1
-# The whole browser probe on a handler with a version resource.
+# The library's whole browser probe on a handler with a version resource: the
+# path cut from the open command, then the version resource read.
 choose_browser IE.HTTP
-run win10 C.UTF-8 'os_name=[Windows10 64]' browser_result=0 \
-    'browser_path=C:\Program Files\Internet Explorer\iexplore.exe'
+output="$(run win10 C.UTF-8 'os_name=[Windows10 64]' browser_result=0)"
+echo "$output"
+grep -qF 'log: default browser_path=C:\Program Files\Internet Explorer\iexplore.exe' <<<"$output"
 echo "=== all versions checked in $((SECONDS - started)) s"

@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QDebug>
 #include <QDesktopWidget>
-#include <QSettings>
 #include <QSize>
 #include <string>
 #include <vector>
@@ -49,9 +48,14 @@ QSize desktop_size() {
 
 }  // namespace
 
-// The platform sources log through glog, with their own file and line.
+// The platform sources log through glog, with their own file and line, and
+// through the debug stream.
 void machine_profile::log_info(const char* file, int line, const std::string& text) {
     google::LogMessage(file, line, google::GLOG_INFO).stream() << text;
+}
+
+void machine_profile::log_debug(const std::string& label, const std::string& value) {
+    qDebug() << label.c_str() << QString::fromStdString(value);
 }
 
 bool windows_information_imp::get_os_info(QString& os_name, QString& language,
@@ -91,34 +95,10 @@ bool windows_information_imp::get_memory_size(QString& memory_size) {
     return true;
 }
 
-#ifdef _WIN32
-int windows_information_imp::get_browser_info(QString& browser_name, QString& browser_version) {
-    const QString progid =
-        QSettings(
-            "HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\Shell\\Associations\\"
-            "UrlAssociations\\http\\UserChoice",
-            QSettings::NativeFormat)
-            .value("Progid", "")
-            .toString();
-    qDebug() << "default browser=" << progid;
-    const QString command =
-        QSettings(QString("HKEY_CLASSES_ROOT\\%1\\shell\\open\\command").arg(progid),
-                  QSettings::NativeFormat)
-            .value("Default", "")
-            .toString();
-    qDebug() << "default browser_path=" << command;
-    const std::wstring path = machine_profile::browser_executable_of(command.toStdWString());
-    LOG(INFO) << "default browser_path=" << QString::fromStdWString(path).toStdString();
-
-    utf8_slot name(browser_name), version(browser_version);
-    return machine_profile::read_browser_version(path, name.text(), version.text());
-}
-#else
 int windows_information_imp::get_browser_info(QString& browser_name, QString& browser_version) {
     utf8_slot name(browser_name), version(browser_version);
     return machine_profile::read_default_browser(name.text(), version.text());
 }
-#endif
 
 bool windows_information_imp::get_os_name(QString& os_name) {
     utf8_slot name(os_name);

@@ -45,6 +45,8 @@ struct processor_facts {
 // program has none), so whatever links them defines where their log lines go:
 // the library sends them to glog with the caller's file and line.
 void log_info(const char* file, int line, const std::string& text);
+// The debug stream's lines: a label and a quoted value, as Qt prints a string.
+void log_debug(const std::string& label, const std::string& value);
 
 }  // namespace machine_profile
 }  // namespace information_api

@@ -38,17 +38,19 @@ bool read_display_adapters(std::vector<std::string>& models,
 bool read_gpu_info(bool modern_os, std::vector<std::string>& models,
                    std::vector<std::string>& memory_sizes);
 
+// The desktop's default web browser: its product name and version. On Windows
+// the user's choice of http handler, its open command and the version
+// resource of its executable; elsewhere the desktop entry of the default
+// handler and, where it can be read without starting the browser, its
+// version. Each value keeps its text until its own read succeeds. 0 when both
+// were read, -1 otherwise.
+int read_default_browser(std::string& browser_name, std::string& browser_version);
+
 #ifdef _WIN32
 // Product name and file version from the version resource of the browser's
-// executable. Each keeps its value until its own query succeeds. 0 when both
-// were read, -1 otherwise.
+// executable, with the same result rule.
 int read_browser_version(const std::wstring& executable, std::string& browser_name,
                          std::string& browser_version);
-#else
-// The desktop's default web browser: its desktop entry's name and, where it
-// can be read without starting the browser, its version. 0 when both were
-// read, -1 otherwise; a value not found stays as it was.
-int read_default_browser(std::string& browser_name, std::string& browser_version);
 #endif
 
 }  // namespace machine_profile

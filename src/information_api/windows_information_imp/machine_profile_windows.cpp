@@ -235,6 +235,22 @@ bool read_video_controllers(std::vector<std::string>& models,
     return true;
 }
 
+// A text value of the registry; empty when the key or the value is missing,
+// as the settings reads of the browser lookup have always defaulted. A null
+// name reads the key's default value.
+std::wstring registry_text(HKEY root, const std::wstring& path, const wchar_t* name) {
+    const DWORD types = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
+    DWORD size = 0;
+    if (RegGetValueW(root, path.c_str(), name, types, nullptr, nullptr, &size) != ERROR_SUCCESS)
+        return {};
+    std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
+    size = static_cast<DWORD>(value.size() * sizeof(wchar_t));
+    if (RegGetValueW(root, path.c_str(), name, types, nullptr, &value[0], &size) != ERROR_SUCCESS)
+        return {};
+    value.resize(wcsnlen(value.c_str(), value.size()));
+    return value;
+}
+
 }  // namespace
 
 bool read_os_name(std::string& os_name, bool& modern_os) {
@@ -399,6 +415,23 @@ int read_browser_version(const std::wstring& executable, std::string& browser_na
     if (!query_string(L"\\StringFileInfo\\%04x%04x\\FileVersion", "version=", browser_version))
         return -1;
     return 0;
+}
+
+int read_default_browser(std::string& browser_name, std::string& browser_version) {
+    const std::wstring progid = registry_text(
+        HKEY_CURRENT_USER,
+        L"Software\\Microsoft\\Windows\\Shell\\Associations\\UrlAssociations\\http\\UserChoice",
+        L"Progid");
+    log_debug("default browser=", utf8_of(progid));
+    // Without a choice there is no handler key to read.
+    const std::wstring command =
+        progid.empty()
+            ? std::wstring()
+            : registry_text(HKEY_CLASSES_ROOT, progid + L"\\shell\\open\\command", nullptr);
+    log_debug("default browser_path=", utf8_of(command));
+    const std::wstring path = browser_executable_of(command);
+    MACHINE_PROFILE_LOG("default browser_path=" + utf8_of(path));
+    return read_browser_version(path, browser_name, browser_version);
 }
 
 }  // namespace machine_profile
