@@ -1,14 +1,10 @@
 // The library's lifecycle as a host sees it: init, requests under host-chosen
-// ids, release, clean.
-#include <gtest/gtest.h>
-
+// ids, release, takeover of a reused id, clean.
 #include <QPointer>
+#include <atomic>
 
-#include "event_wait.h"
 #include "http/http_connector.h"
-#include "library_state.h"
-#include "local_server.h"
-#include "recording_sink.h"
+#include "library_host.h"
 #include "windows_information_imp/windows_information_imp.h"
 
 namespace test_support {
@@ -20,95 +16,73 @@ class lifecycle_test : public ::testing::Test {
 protected:
     void TearDown() override {
         information_clean();
-        // The thread object goes with the host's event loop.
-        wait_until([] { return false; }, 20);
+        pump_events_for(20);  // the thread object goes with the host's event loop
     }
 
-    http_connector* registered(int id) { return state().connections.find(id); }
+    void serve() {
+        server_.answer_json("/dtta", R"({"status":"success"})");
+        server_.answer_silently("/silent", R"({"status":"failed","result":"first"})");
+        server_.start();
+    }
+    void upload(int id, const char* path = "/dtta") {
+        EXPECT_EQ(upload_information(server_.url(path), "{}", "a", "usage", &sink_, id, 60000), 0);
+    }
+    static http_connector* registered(int id) { return state().connections.find(id); }
 
     recording_sink sink_;
     local_server server_;
 };
 
-TEST_F(lifecycle_test, clean_without_init_returns_zero) {
-    EXPECT_EQ(information_clean(), 0);
-    EXPECT_EQ(state().worker, nullptr);
-    EXPECT_EQ(state().manager, nullptr);
-}
-
-TEST_F(lifecycle_test, init_starts_one_thread_and_hands_out_one_manager) {
+TEST_F(lifecycle_test, init_hands_out_one_manager_and_one_running_thread_until_clean) {
+    EXPECT_EQ(information_clean(), 0) << "clean before any init";
     KeploInfoMgr* first = information_init();
-    ASSERT_NE(first, nullptr);
-    EXPECT_NE(dynamic_cast<windows_information_imp*>(first), nullptr);
-    api_thread* worker = state().worker;
-    ASSERT_NE(worker, nullptr);
-    EXPECT_TRUE(worker->isRunning());
-
+    ASSERT_NE(dynamic_cast<windows_information_imp*>(first), nullptr);
+    first->model_name = "from the first life";
+    QPointer<api_thread> worker = state().worker;
+    ASSERT_TRUE(worker && worker->isRunning());
     EXPECT_EQ(information_init(), first);
-    EXPECT_EQ(state().worker, worker);
-}
+    EXPECT_EQ(state().worker, worker.data());
 
-TEST_F(lifecycle_test, clean_then_init_makes_a_new_thread_and_manager) {
-    KeploInfoMgr* old_manager = information_init();
-    old_manager->model_name = "from the first life";
-    QPointer<api_thread> old_worker = state().worker;
-
+    log_capture logs;
     EXPECT_EQ(information_clean(), 0);
+    EXPECT_TRUE(logs.contains("~windows_information_imp")) << "through the implementation";
     EXPECT_EQ(state().manager, nullptr);
     EXPECT_EQ(state().worker, nullptr);
-    EXPECT_TRUE(old_worker->isFinished());
-    ASSERT_TRUE(wait_until([&] { return old_worker.isNull(); })) << "thread object freed";
+    EXPECT_TRUE(worker->isFinished());
+    ASSERT_TRUE(wait_until([&] { return worker.isNull(); })) << "thread object freed";
 
-    KeploInfoMgr* new_manager = information_init();
-    EXPECT_TRUE(new_manager->model_name.isEmpty());
+    EXPECT_TRUE(information_init()->model_name.isEmpty()) << "a new manager";
     ASSERT_NE(state().worker, nullptr);
     EXPECT_TRUE(state().worker->isRunning());
+    EXPECT_STREQ(QMetaType::typeName(qMetaTypeId<response_info_t>()),
+                 "TarvoConsumerScanner::information_api::response_info_t");
 }
 
-TEST_F(lifecycle_test, release_connect_knows_only_registered_ids) {
+TEST_F(lifecycle_test, release_frees_a_known_id_on_the_worker_thread) {
     information_init();
-    server_.answer_json("/dtta", R"({"status":"success"})");
-    server_.start();
-
+    serve();
     EXPECT_EQ(release_connect(5), -1);
-    EXPECT_EQ(upload_information(server_.url("/dtta"), "{}", "app", "usage", &sink_, 5, 5000), 0);
+    upload(5);
     ASSERT_TRUE(sink_.wait_for_responses(1));
+    std::atomic<QThread*> deleted_on{nullptr};
+    QObject::connect(
+        registered(5), &QObject::destroyed, registered(5),
+        [&] { deleted_on = QThread::currentThread(); }, Qt::DirectConnection);
+
     EXPECT_EQ(release_connect(5), 0);
     EXPECT_EQ(release_connect(5), -1);
     EXPECT_EQ(state().connections.size(), 0u);
+    ASSERT_TRUE(wait_until([&] { return deleted_on.load() != nullptr; }));
+    EXPECT_EQ(deleted_on.load(), state().worker);
 }
 
-TEST_F(lifecycle_test, connectors_are_deleted_on_the_worker_thread) {
+TEST_F(lifecycle_test, a_reused_id_is_taken_over_and_the_first_request_still_reports) {
     information_init();
-    server_.answer_json("/dtta", R"({"status":"success"})");
-    server_.start();
-    upload_information(server_.url("/dtta"), "{}", "app", "usage", &sink_, 8, 5000);
-    ASSERT_TRUE(sink_.wait_for_responses(1));
-
-    QPointer<http_connector> connector = registered(8);
-    ASSERT_FALSE(connector.isNull());
-    QThread* deleted_on = nullptr;
-    QObject::connect(connector.data(), &QObject::destroyed,
-                     [&deleted_on] { deleted_on = QThread::currentThread(); });
-    EXPECT_EQ(connector->thread(), state().worker);
-    api_thread* worker = state().worker;
-
-    release_connect(8);
-    ASSERT_TRUE(wait_until([&] { return connector.isNull(); }));
-    EXPECT_EQ(deleted_on, worker);
-}
-
-TEST_F(lifecycle_test, reused_id_takes_over_the_entry_and_the_first_still_reports) {
-    information_init();
-    server_.answer_silently("/first", R"({"status":"failed","result":"first"})");
-    server_.answer_json("/second", R"({"status":"success"})");
-    server_.start();
-
-    upload_information(server_.url("/first"), "{}", "app", "usage", &sink_, 5, 5000);
+    serve();
+    upload(5, "/silent");
     QPointer<http_connector> first = registered(5);
-    upload_information(server_.url("/second"), "{}", "app", "usage", &sink_, 5, 5000);
-    http_connector* second = registered(5);
-    EXPECT_NE(second, first.data());
+    upload(5);
+    EXPECT_NE(registered(5), first.data());
     EXPECT_EQ(state().connections.size(), 1u);
 
     ASSERT_TRUE(sink_.wait_for_responses(1));
@@ -120,8 +94,8 @@ TEST_F(lifecycle_test, reused_id_takes_over_the_entry_and_the_first_still_report
     EXPECT_EQ(responses[1].connection_id, 5);
     EXPECT_EQ(responses[1].info.error_string, "first");
 
-    // Releasing the id frees the second connector only; the first is left
-    // to the library's teardown.
+    // Releasing the id frees the second connector only; the first is left to
+    // the library's teardown.
     EXPECT_EQ(release_connect(5), 0);
     pump_events_for(100);
     EXPECT_FALSE(first.isNull());
@@ -131,13 +105,10 @@ TEST_F(lifecycle_test, reused_id_takes_over_the_entry_and_the_first_still_report
 
 TEST_F(lifecycle_test, clean_releases_every_connection_and_stops_the_thread) {
     information_init();
-    server_.answer_silently("/dtta", R"({"status":"success"})");
-    server_.start();
-    for (int id : {3, 1, 2})
-        upload_information(server_.url("/dtta"), "{}", "a", "usage", &sink_, id, 60000);
+    serve();
+    for (int id : {3, 1, 2}) upload(id, "/silent");
     QPointer<http_connector> one = registered(1), two = registered(2), three = registered(3);
     QPointer<api_thread> worker = state().worker;
-
     server_.release_silent();
     EXPECT_EQ(information_clean(), 0);
     EXPECT_EQ(state().connections.size(), 0u);
@@ -146,9 +117,8 @@ TEST_F(lifecycle_test, clean_releases_every_connection_and_stops_the_thread) {
 }
 
 TEST_F(lifecycle_test, requests_without_a_worker_run_on_the_calling_thread) {
-    server_.answer_json("/dtta", R"({"status":"success"})");
-    server_.start();
-    EXPECT_EQ(upload_information(server_.url("/dtta"), "{}", "app", "usage", &sink_, 4, 5000), 0);
+    serve();
+    upload(4);
     ASSERT_TRUE(sink_.wait_for_responses(1));
     EXPECT_EQ(sink_.responses()[0].thread, QThread::currentThread());
     EXPECT_EQ(release_connect(4), 0);

@@ -103,31 +103,17 @@ void local_server::release_silent() {
 }
 
 void local_server::answer_chunked(const std::string& pattern, std::string content,
-                                  std::size_t chunk_size) {
+                                  std::size_t chunk_size, int pause_ms) {
     auto shared = std::make_shared<std::string>(std::move(content));
-    on_get(pattern, [shared, chunk_size](const httplib::Request&, httplib::Response& res) {
+    on_get(pattern, [=](const httplib::Request&, httplib::Response& res) {
         res.set_chunked_content_provider(
-            "application/octet-stream",
-            [shared, chunk_size](size_t offset, httplib::DataSink& sink) {
+            "application/octet-stream", [=](size_t offset, httplib::DataSink& sink) {
                 if (offset >= shared->size()) {
                     sink.done();
                     return true;
                 }
+                if (offset > 0) std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
                 const std::size_t n = std::min(chunk_size, shared->size() - offset);
-                return sink.write(shared->data() + offset, n);
-            });
-    });
-}
-
-void local_server::answer_truncated(const std::string& pattern, std::string content,
-                                    std::size_t sent_bytes) {
-    auto shared = std::make_shared<std::string>(std::move(content));
-    on_get(pattern, [shared, sent_bytes](const httplib::Request&, httplib::Response& res) {
-        res.set_content_provider(
-            shared->size(), "application/octet-stream",
-            [shared, sent_bytes](size_t offset, size_t length, httplib::DataSink& sink) {
-                if (offset >= sent_bytes) return false;  // drops the connection
-                const std::size_t n = std::min(length, sent_bytes - offset);
                 return sink.write(shared->data() + offset, n);
             });
     });

@@ -64,11 +64,11 @@ public:
     // answers late_body.
     void answer_silently(const std::string& pattern, const std::string& late_body);
     void release_silent();
-    // Serves content chunked, with no length announced.
-    void answer_chunked(const std::string& pattern, std::string content, std::size_t chunk_size);
-    // Announces content's full length but sends only its first sent_bytes,
-    // then drops the connection.
-    void answer_truncated(const std::string& pattern, std::string content, std::size_t sent_bytes);
+    // Serves content chunked, with no length announced, pausing between
+    // chunks: the toolkit reports progress at most every 100 ms, so a loopback
+    // transfer that ends sooner would show only the closing report.
+    void answer_chunked(const std::string& pattern, std::string content, std::size_t chunk_size,
+                        int pause_ms);
 
     // Requests are recorded once they have been answered.
     std::vector<received_request> requests() const;

@@ -1,303 +1,270 @@
-#include <QElapsedTimer>
-#include <algorithm>
-#include <iostream>
-#include <string>
-#include <vector>
+// The record store: which records are due, which are pruned, reading them
+// back, and the upload configuration; the manager's construction.
+#include <QRegularExpression>
 
-#include "store_test_fixture.h"
+#include "default_endpoints.h"
+#include "manager_fixture.h"
 
 namespace test_support {
 namespace {
 
-// --- Due records -----------------------------------------------------------
+using store_test = manager_test;
 
-TEST_F(store_test, due_records_are_those_last_written_at_least_three_seconds_before_the_start) {
-    const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-    const QString ten = write_record("ten.info2", start.addSecs(-10));
-    const QString three = write_record("three.info2", start.addSecs(-3));
-    write_record("two.info2", start.addSecs(-2));
-    write_record("running.info2", start.addSecs(5));
-    write_record("old.score2", start.addSecs(-100), "score");
-    auto manager = make_manager();
+const char* const test_app_id = "3c1f9a7e55d04b28a6e2f0b9d4c87a13";
+const char* const release_app_id = "a94e07b3c2d851f6e0b7a4c39d2f6e58";
 
-    QStringList due;
-    EXPECT_EQ(manager->list_due_records(due), 2);
-
-    EXPECT_EQ(due, (QStringList{ten, three}));  // oldest first
-    EXPECT_TRUE(logs_.contains("day_diff10upload file " + ten.toStdString()));
-    EXPECT_TRUE(logs_.contains("day_diff3upload file " + three.toStdString()));
-    EXPECT_EQ(logs_.count("upload file "), 2);
-    // Listing does not remove anything.
-    EXPECT_EQ(record_names().size(), 5);
+// Now to the whole second, so that second differences are exact.
+QDateTime now_in_seconds() {
+    return QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch());
 }
 
-TEST_F(store_test, the_nameless_usage_record_of_a_session_that_never_started_is_listed) {
-    const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-    const QString nameless = write_record(".info2", start.addSecs(-60));
-    auto manager = make_manager();
-    QStringList due;
-    EXPECT_EQ(manager->list_due_records(due), 1);
-    EXPECT_EQ(due, QStringList{nameless});
+// Noon of the day `days` before today: whole calendar days from now.
+QDateTime days_ago(int days) {
+    return QDateTime(QDate::currentDate().addDays(-days), QTime(12, 0));
 }
 
-TEST_F(store_test, nothing_is_due_when_the_host_set_no_start_time) {
-    write_record("a.info2", days_ago(3));
-    write_record("b.info2", days_ago(40));
-    auto manager = make_manager();
-
-    QStringList due;
-    EXPECT_EQ(manager->list_due_records(due), 0);
-    EXPECT_TRUE(due.isEmpty());
-    EXPECT_FALSE(logs_.contains("upload file "));
-}
-
-TEST_F(store_test, due_listing_appends_and_returns_the_size_after_the_last_append) {
+TEST_F(store_test, due_records_were_last_written_three_seconds_before_the_start) {
     const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-    const QString due_file = write_record("due.info2", start.addSecs(-60));
-    auto manager = make_manager();
+    const struct {
+        const char* name;
+        int seconds;  // last written, relative to the start
+        bool due;
+    } rows[] = {
+        {"ten.info2", -10, true},
+        {"three.info2", -3, true},
+        {"two.info2", -2, false},
+        {"running.info2", 5, false},
+        {".info2", -60, true},        // the usage record of a session that never started
+        {"old.score2", -100, false},  // scores are listed apart
+        // Equal times come in the order of a time-sorted folder walked backwards.
+        {"b.info2", -30, true},
+        {"d.info2", -30, true},
+        {"a.info2", -30, true},
+    };
+    QStringList expected{"first", "second"};
+    for (const auto& row : rows) write_record(row.name, start.addSecs(row.seconds));
+    for (const char* name : {".info2", "d.info2", "b.info2", "a.info2", "ten.info2", "three.info2"})
+        expected << QFileInfo("keploinfo/" + QString(name)).absoluteFilePath();
 
     QStringList listed{"first", "second"};
-    EXPECT_EQ(manager->list_due_records(listed), 3);
-    EXPECT_EQ(listed, (QStringList{"first", "second", due_file}));
-}
-
-TEST_F(store_test, due_listing_returns_zero_when_it_appends_nothing_whatever_the_list_held) {
-    const QDateTime start = now_in_seconds();
+    EXPECT_EQ(manager_->list_due_records(listed), 0) << "without a start time nothing is due";
+    EXPECT_EQ(listed.size(), 2);
     qApp->setProperty("start_time", start);
-    write_record("running.info2", start.addSecs(1));
-    auto manager = make_manager();
+    EXPECT_EQ(manager_->list_due_records(listed), 8) << "the size after the last append";
+    EXPECT_EQ(listed, expected);
+    EXPECT_TRUE(logs_.contains("day_diff10upload file " + expected[6].toStdString()));
+    EXPECT_EQ(logs_.count("upload file "), 6);
+    EXPECT_EQ(record_names().size(), 9) << "listing removes nothing";
 
-    QStringList listed{"first", "second"};
-    EXPECT_EQ(manager->list_due_records(listed), 0);
-    EXPECT_EQ(listed, (QStringList{"first", "second"}));
+    qApp->setProperty("start_time", start.addSecs(-100));
+    EXPECT_EQ(manager_->list_due_records(listed), 0) << "nothing appended, whatever the list held";
 }
 
-// Files changed at the same moment come in the order of a QDir sorted by time
-// (newest first, then by name) walked from its end.
-TEST_F(store_test, due_records_come_in_the_order_of_a_time_sorted_folder_walked_backwards) {
-    const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-    for (const char* name : {"b", "d", "a", "c"})
-        write_record(name + QString(".info2"), start.addSecs(-60));
-    for (const char* name : {"f", "e"}) write_record(name + QString(".info2"), start.addSecs(-90));
-    write_record("g.info2", start.addSecs(-30));
-    auto manager = make_manager();
-
-    QStringList due;
-    EXPECT_EQ(manager->list_due_records(due), 7);
-
-    QFileInfoList sorted = QDir("keploinfo").entryInfoList({"*.info2"}, QDir::Files, QDir::Time);
-    std::reverse(sorted.begin(), sorted.end());
-    QStringList expected;
-    for (const QFileInfo& file : sorted) expected.append(file.absoluteFilePath());
-    EXPECT_EQ(due, expected);
-    QStringList names;
-    for (const QString& path : due) names.append(QFileInfo(path).fileName());
-    EXPECT_EQ(names, (QStringList{"f.info2", "e.info2", "d.info2", "c.info2", "b.info2", "a.info2",
-                                  "g.info2"}));
+TEST_F(store_test, pruning_deletes_usage_records_older_than_remain_days_oldest_first) {
+    const struct {
+        QVariantMap settings;
+        int kept_age, deleted_age;
+    } rows[] = {{{}, 30, 31}, {{{"remain", 5}}, 5, 6}, {{{"remain", 0}}, 0, 1}};
+    for (const auto& row : rows) {
+        system_settings(row.settings);
+        QDir("keploinfo").removeRecursively();
+        QDir().mkpath("keploinfo");
+        logs_.clear();
+        const QString older = write_record("older.info2", days_ago(row.deleted_age + 9));
+        const QString old = write_record("old.info2", days_ago(row.deleted_age));
+        write_record("kept.info2", days_ago(row.kept_age));
+        write_record("ancient.score2", days_ago(400), "score");
+        manager_->delete_old_records();
+        EXPECT_EQ(record_names(), (QStringList{"ancient.score2", "kept.info2"})) << row.kept_age;
+        std::vector<std::string> deleted;
+        for (const auto& line : logs_.lines())
+            if (line.from_glog && line.text.rfind("delete file ", 0) == 0)
+                deleted.push_back(line.text);
+        EXPECT_EQ(deleted, (std::vector<std::string>{"delete file " + older.toStdString(),
+                                                     "delete file " + old.toStdString()}));
+    }
 }
 
-// --- Pruning ---------------------------------------------------------------
-
-TEST_F(store_test, pruning_deletes_usage_files_older_than_thirty_days_by_default) {
-    const QString older = write_record("older.info2", days_ago(45));
-    const QString old = write_record("old.info2", days_ago(31));
-    write_record("kept.info2", days_ago(30));
-    write_record("today.info2", QDateTime::currentDateTime());
-    auto manager = make_manager();
-
-    manager->delete_old_records();
-
-    EXPECT_EQ(record_names(), (QStringList{"kept.info2", "today.info2"}));
-    // Oldest first, one line per deleted file.
-    const std::vector<log_capture::line> lines = logs_.lines();
-    std::vector<std::string> deleted;
-    for (const log_capture::line& l : lines)
-        if (l.from_glog && l.text.rfind("delete file ", 0) == 0) deleted.push_back(l.text);
-    EXPECT_EQ(deleted, (std::vector<std::string>{"delete file " + older.toStdString(),
-                                                 "delete file " + old.toStdString()}));
-}
-
-TEST_F(store_test, pruning_keeps_as_many_days_as_remain_says) {
-    write_system_settings({{"remain", 30}});
-    write_record("a.info2", days_ago(31));
-    write_record("b.info2", days_ago(30));
-    auto manager = make_manager();
-    manager->delete_old_records();
-    EXPECT_EQ(record_names(), QStringList{"b.info2"});
-
-    manager.reset();
-    write_system_settings({{"remain", 5}});
-    write_record("c.info2", days_ago(6));
-    write_record("d.info2", days_ago(5));
-    manager = make_manager();
-    manager->delete_old_records();
-    EXPECT_EQ(record_names(), QStringList{"d.info2"});
-    EXPECT_EQ(logs_.count("delete file "), 3);
-}
-
-TEST_F(store_test, pruning_stops_at_the_first_young_file) {
-    write_record("young.info2", days_ago(2));
-    write_record("younger.info2", days_ago(1));
-    write_record("newest.info2", QDateTime::currentDateTime());
-    auto manager = make_manager();
-
-    manager->delete_old_records();
-
-    EXPECT_EQ(record_names().size(), 3);
-    EXPECT_FALSE(logs_.contains("delete file "));
-}
-
-TEST_F(store_test, pruning_never_touches_score_files) {
-    write_record("ancient.score2", days_ago(400), "score");
-    write_record("ancient.info2", days_ago(400));
-    auto manager = make_manager();
-
-    manager->delete_old_records();
-
-    EXPECT_EQ(record_names(), QStringList{"ancient.score2"});
-}
-
-TEST_F(store_test, a_missing_record_folder_gives_empty_listings) {
-    qApp->setProperty("start_time", QDateTime::currentDateTime());
-    auto manager = make_manager();
-    ASSERT_TRUE(QDir("keploinfo").removeRecursively());
-
-    QStringList due, scores;
-    EXPECT_EQ(manager->list_due_records(due), 0);
-    manager->list_score_files(scores);
-    manager->delete_old_records();
-    EXPECT_TRUE(due.isEmpty());
-    EXPECT_TRUE(scores.isEmpty());
-}
-
-// --- Score listing ---------------------------------------------------------
-
-TEST_F(store_test, score_listing_appends_every_score_file_oldest_first_without_an_age_test) {
+TEST_F(store_test, score_files_are_listed_oldest_first_without_an_age_test) {
     const QString recent = write_record("recent.score2", QDateTime::currentDateTime(), "score");
     const QString old = write_record("old.score2", days_ago(90), "score");
     write_record("usage.info2", days_ago(90));
-    auto manager = make_manager();
-
     QStringList listed{"first"};
-    manager->list_score_files(listed);
-
+    manager_->list_score_files(listed);
     EXPECT_EQ(listed, (QStringList{"first", old, recent}));
-    EXPECT_TRUE(logs_.contains("file=old.score2"));
-    EXPECT_TRUE(logs_.contains("file=recent.score2"));
+    EXPECT_TRUE(logs_.contains("file=old.score2") && logs_.contains("file=recent.score2"));
+
+    QDir("keploinfo").removeRecursively();  // a missing folder gives empty listings
+    QStringList none;
+    manager_->list_score_files(none);
+    qApp->setProperty("start_time", QDateTime::currentDateTime());
+    EXPECT_EQ(manager_->list_due_records(none), 0);
+    manager_->delete_old_records();
+    EXPECT_TRUE(none.isEmpty());
 }
 
-// --- Reading back ----------------------------------------------------------
-
-TEST_F(store_test, a_record_reads_back_with_its_data_and_type) {
+TEST_F(store_test, a_record_reads_back_as_a_plain_ini_file_both_ways) {
     const QByteArray json = u8"{\n    \"industry\": \"齿科\",\n    \"score\": 5\n}\n";
-    const QString path = QFileInfo("keploinfo/r.score2").absoluteFilePath();
-    auto manager = make_manager();
-    api::write_record_file(path, json, "score");
-
-    QString data, type;
-    EXPECT_EQ(manager->read_record_file(path, data, type), 0);
-    EXPECT_EQ(data, QString::fromUtf8(json));
-    EXPECT_EQ(type, "score");
-    EXPECT_TRUE(logs_.contains("type= \"score\""));
-}
-
-TEST_F(store_test, a_missing_record_gives_minus_one_and_leaves_the_outputs_alone) {
-    auto manager = make_manager();
-    const QString path = QFileInfo("keploinfo/missing.info2").absoluteFilePath();
-
-    QString data = "untouched data", type = "untouched type";
-    EXPECT_EQ(manager->read_record_file(path, data, type), -1);
-    EXPECT_EQ(data, "untouched data");
-    EXPECT_EQ(type, "untouched type");
-    EXPECT_TRUE(logs_.contains("file not exist" + path.toStdString()));
-}
-
-TEST_F(store_test, record_files_are_plain_ini_files_both_ways) {
-    auto manager = make_manager();
-    const QByteArray json = "{\n    \"kind\": \"share\"\n}\n";
-
-    const QString ours = QFileInfo("keploinfo/ours.info2").absoluteFilePath();
-    api::write_record_file(ours, json, "share");
+    const QString ours = QFileInfo("keploinfo/ours.score2").absoluteFilePath();
+    api::write_record_file(ours, json, "score");
     const QSettings read_plainly(ours, QSettings::IniFormat);
     EXPECT_EQ(read_plainly.childKeys(), (QStringList{"data", "type"}));
     EXPECT_EQ(read_plainly.value("data").type(), QVariant::ByteArray);
-    EXPECT_EQ(read_plainly.value("data").toByteArray(), json);
-    EXPECT_EQ(read_plainly.value("type").toString(), "share");
+    QString data, type;
+    EXPECT_EQ(manager_->read_record_file(ours, data, type), 0);
+    EXPECT_EQ(data, QString::fromUtf8(json));
+    EXPECT_EQ(type, "score");
+    EXPECT_TRUE(logs_.contains("type= \"score\""));
 
     const QString theirs = QFileInfo("keploinfo/theirs.info2").absoluteFilePath();
-    {
-        QSettings written_plainly(theirs, QSettings::IniFormat);
-        written_plainly.setValue("data", json);
-        written_plainly.setValue("type", "feedback");
-    }
-    QString data, type;
-    EXPECT_EQ(manager->read_record_file(theirs, data, type), 0);
-    EXPECT_EQ(data, QString::fromUtf8(json));
+    QSettings(theirs, QSettings::IniFormat).setValue("type", "feedback");
+    EXPECT_EQ(manager_->read_record_file(theirs, data, type), 0);
     EXPECT_EQ(type, "feedback");
+    EXPECT_TRUE(data.isEmpty());
+
+    const QString missing = QFileInfo("keploinfo/missing.info2").absoluteFilePath();
+    data = "untouched", type = "untouched";
+    EXPECT_EQ(manager_->read_record_file(missing, data, type), -1);
+    EXPECT_EQ(data + type, "untoucheduntouched");
+    EXPECT_TRUE(logs_.contains("file not exist" + missing.toStdString()));
 }
 
-// --- Ten thousand records --------------------------------------------------
-
-TEST_F(store_test, ten_thousand_records_are_listed_read_and_pruned) {
-    const int total = 10000;
-    const int old_count = total / 2;
-    const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-
-    // One written record copied; the modification times give a strict
-    // order: the old half 40 days back, the young half 10 days back.
-    auto manager = make_manager();
-    const QString model = write_record("model.json", start);
-    QString model_text, model_type;
-    ASSERT_EQ(manager->read_record_file(model, model_text, model_type), 0);
-    QByteArray model_bytes;
-    {
-        QFile model_file(model);
-        ASSERT_TRUE(model_file.open(QIODevice::ReadOnly));
-        model_bytes = model_file.readAll();
+struct upload_config {
+    int enable = -1, interval = -1, connect_time = -1;
+    QString address = "unset", app_id = "unset", file_url = "unset", cdn_url = "unset";
+    bool operator==(const upload_config& o) const {
+        return std::tie(enable, interval, connect_time, address, app_id, file_url, cdn_url) ==
+               std::tie(o.enable, o.interval, o.connect_time, o.address, o.app_id, o.file_url,
+                        o.cdn_url);
     }
-    ASSERT_TRUE(QFile::remove(model));
-    QStringList oldest_first;
-    for (int i = 0; i < total; ++i) {
-        const bool old = i < old_count;
-        QFile copy(QString("keploinfo/%1.info2").arg(i, 5, 10, QChar('0')));
-        ASSERT_TRUE(copy.open(QIODevice::WriteOnly));
-        ASSERT_EQ(copy.write(model_bytes), model_bytes.size());
-        // Out before the time is set, or closing would stamp the file again.
-        ASSERT_TRUE(copy.flush());
-        ASSERT_TRUE(copy.setFileTime(start.addDays(old ? -40 : -10).addSecs(i),
-                                     QFileDevice::FileModificationTime));
-        oldest_first.append(QFileInfo(copy).absoluteFilePath());
+};
+
+std::ostream& operator<<(std::ostream& out, const upload_config& c) {
+    return out << c.enable << " " << c.interval << " " << c.connect_time << " "
+               << c.address.toStdString() << " " << c.app_id.toStdString() << " "
+               << c.file_url.toStdString() << " " << c.cdn_url.toStdString();
+}
+
+TEST_F(store_test, settings_give_the_upload_configuration) {
+    const QString cdn = INFORMATION_API_CDN_URL, test_up = INFORMATION_API_TEST_UPLOAD_URL;
+    const struct {
+        QVariantMap settings;
+        const char* url_config;  // upload_url of ./url_config.ini, or none
+        QStringList upload_urls, file_urls;
+        upload_config expected;
+    } rows[] = {
+        {{},
+         nullptr,
+         {},
+         {},
+         {0, 60, 20, INFORMATION_API_RELEASE_SERVICE_URL, release_app_id, test_up, cdn}},
+        {{{"enable", 1}, {"time_intval", 15}, {"connect_time", 7}},
+         "https://r/file",
+         {},
+         {"https://r/files", "https://t/f"},
+         {1, 15, 7, "https://r/file", release_app_id, "https://r/files", cdn}},
+        {{},
+         "https://r/file",
+         {"https://r/set", "https://t/info"},
+         {"", "https://t/f"},
+         {0, 60, 20, "https://r/set", release_app_id, test_up, cdn}},
+        {{{"test", 1}},
+         "https://r/file",
+         {"https://r/set", "https://t/info"},
+         {"https://r/files", "https://t/f"},
+         {0, 60, 20, "https://t/info", test_app_id, "https://t/f", cdn}},
+        {{{"test", 1}},
+         nullptr,
+         {"https://r/set", ""},
+         {"https://r/files", ""},
+         {0, 60, 20, "", test_app_id, test_up, cdn}},
+    };
+    for (const auto& row : rows) {
+        QFile::remove("url_config.ini");
+        if (row.url_config)
+            QSettings("./url_config.ini", QSettings::IniFormat)
+                .setValue("upload_url", row.url_config);
+        system_settings(row.settings);
+        if (!row.upload_urls.isEmpty())
+            manager_->set_upload_urls(row.upload_urls[0], row.upload_urls[1]);
+        if (!row.file_urls.isEmpty())
+            manager_->set_file_upload_urls(row.file_urls[0], row.file_urls[1]);
+        upload_config c;
+        manager_->get_upload_config(c.enable, c.interval, c.address, c.app_id);
+        c.connect_time = manager_->get_connect_time();
+        manager_->get_file_upload_url(c.file_url);
+        manager_->get_cdn_url(c.cdn_url);
+        EXPECT_EQ(c, row.expected);
     }
+    EXPECT_TRUE(QString(INFORMATION_API_RELEASE_SERVICE_URL).endsWith("/dtta"));
+    EXPECT_TRUE(test_up.endsWith("/up"));
+    EXPECT_TRUE(logs_.contains("get_upload_config _release_url= \"https://r/set\""));
+}
 
-    QStringList due;
-    QElapsedTimer timer;
-    timer.start();
-    const int listed = manager->list_due_records(due);
-    const qint64 listing_ms = timer.elapsed();
-    std::cout << "list_due_records on " << total << " files: " << listing_ms << " ms" << std::endl;
-    RecordProperty("list_due_records_ms", static_cast<int>(listing_ms));
-    EXPECT_EQ(listed, total);
-    EXPECT_EQ(due, oldest_first);
+TEST_F(store_test, url_config_is_read_again_only_while_its_address_is_empty) {
+    const auto address = [&] {
+        int enable, interval;
+        QString address, app_id;
+        manager_->get_upload_config(enable, interval, address, app_id);
+        return address;
+    };
+    const auto configure = [](const char* url) {
+        QSettings("./url_config.ini", QSettings::IniFormat).setValue("upload_url", url);
+    };
+    configure("");
+    EXPECT_EQ(address(), "");
+    configure("https://r/first");
+    EXPECT_EQ(address(), "https://r/first");
+    configure("https://r/second");
+    EXPECT_EQ(address(), "https://r/first");
+    EXPECT_EQ(logs_.count("url_config.ini get_upload_config _release_url="), 2);
+    EXPECT_TRUE(
+        logs_.contains("url_config.ini get_upload_config _release_url= \"https://r/first\""));
+}
 
-    int unreadable = 0;
-    for (const QString& path : due) {
-        QString data, type;
-        if (manager->read_record_file(path, data, type) != 0 || data != model_text ||
-            type != "usage")
-            ++unreadable;
+TEST_F(store_test, a_session_starts_unless_the_application_is_the_uploader) {
+    EXPECT_TRUE(QFileInfo("keploinfo").isDir());
+    EXPECT_TRUE(manager_->start_time.isNull() && manager_->start_on.isEmpty());
+    EXPECT_TRUE(manager_->cpu_cores.isEmpty() && manager_->resolution.isEmpty());
+    EXPECT_EQ(manager_->software_name, "keplo-express-software");
+    EXPECT_EQ(manager_->enable_guide, 0);
+    for (const char* name : {"scanner", "Information_Uploader", "information_uploader2", ""}) {
+        QCoreApplication::setApplicationName(name);
+        const QDateTime before = now_in_seconds();
+        windows_information_imp session;
+        EXPECT_TRUE(QRegularExpression("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ$")
+                        .match(session.start_on)
+                        .hasMatch())
+            << name;
+        EXPECT_EQ(session.end_on, session.start_on);
+        EXPECT_EQ(session.start_time.timeSpec(), Qt::LocalTime);
+        EXPECT_TRUE(before <= session.start_time &&
+                    session.start_time <= QDateTime::currentDateTime());
+        QDateTime start_on = QDateTime::fromString(session.start_on, "yyyy-MM-ddThh:mm:ssZ");
+        start_on.setTimeSpec(Qt::UTC);
+        EXPECT_LE(qAbs(start_on.secsTo(session.start_time)), 1);
+        EXPECT_FALSE(session.cpu_cores.isEmpty() || session.resolution.isEmpty()) << name;
     }
-    EXPECT_EQ(unreadable, 0);
+}
 
-    manager->delete_old_records();
-    EXPECT_EQ(logs_.count("delete file "), old_count);
-    QStringList left;
-    EXPECT_EQ(manager->list_due_records(left), total - old_count);
-    EXPECT_EQ(left, oldest_first.mid(old_count));
+TEST_F(store_test, set_ple_file_cuts_between_the_last_dash_and_the_suffix) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"C:/ple/x-abc123R550.ple", "C:/ple/x-R550.ple"},
+        {"x-abc123r550.PLE", "x-r550.PLE"},
+        {"a-1R550.ple/b-c-2R550.ple", "a-1R550.ple/b-c-R550.ple"},
+        {"x-2R550.ple", "x-R550.ple"},
+        {"R550.ple", "R550.ple"},
+        {"abc123R550.ple", "abc123R550.ple"},
+        {"x-R550.ple", "x-R550.ple"},            // the dash right before
+        {"-abcR550.ple", "-abcR550.ple"},        // the dash first
+        {"x-abcR550.ple-2", "x-abcR550.ple-2"},  // a dash after
+        {"x-abc.ple", "x-abc.ple"},
+        {"", ""},
+    };
+    for (const auto& [path, cut] : rows) {
+        manager_->set_ple_file(path);
+        EXPECT_EQ(manager_->module_file, cut) << path;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,234 @@
+// What a host hears from each request kind for each kind of answer, through
+// the exported entry points against a local server, and the log lines each
+// path writes.
+#include <QJsonDocument>
+#include <QNetworkReply>
+
+#include "library_host.h"
+
+namespace test_support {
+namespace {
+
+enum class request { information, file, descriptor };
+
+// One on_response call. error_string nullptr: the transport's own text.
+struct report {
+    bool ok;
+    int state;
+    int net_error;
+    const char* error_string;
+    const char* result;
+};
+
+constexpr int unreachable = -1;
+
+struct outcome_case {
+    const char* name;
+    request kind;
+    int status;  // HTTP status of the answer, or unreachable
+    std::string body;
+    std::vector<report> reports;
+    // Lines of the path; {url} stands for the request's address, {file} for
+    // the uploaded file's path.
+    std::vector<std::string> log_lines;
+    bool null_sink = false;
+    bool missing_file = false;
+};
+
+std::ostream& operator<<(std::ostream& out, const outcome_case& c) {
+    return out << c.name;
+}
+
+class request_outcome : public library_host, public ::testing::WithParamInterface<outcome_case> {
+protected:
+    // Starts the row's request under id 21; returns its address.
+    QString start(const outcome_case& c) {
+        for (const char* path : {"/dtta", "/up", "/cdn/software/x/interface.json"})
+            server_.answer(path, c.body,
+                           c.body.rfind("<", 0) == 0 ? "text/html" : "application/json", c.status);
+        server_.start();
+        const QString base = c.status == unreachable ? unreachable_url("") : server_.url();
+        api::information_sink* sink = c.null_sink ? nullptr : &sink_;
+        file_ = QDir::current().filePath(c.missing_file ? "no/such/report.zip" : "report.zip");
+        if (!c.missing_file) write_file(file_, "zip bytes");
+        switch (c.kind) {
+            case request::information:
+                EXPECT_EQ(
+                    api::upload_information(base + "/dtta", "{}", "app", "usage", sink, 21, 5000),
+                    0);
+                return base + "/dtta?type=usage";
+            case request::file:
+                EXPECT_EQ(api::upload_file(base + "/up", file_, "app", "", sink, 21, 5000), 0);
+                return base + "/up?category=feedback&bucket=pub";
+            case request::descriptor:
+                EXPECT_EQ(api::get_url_json_file(base + "/cdn", "x", sink, 21, 5000), 0);
+                return base + "/cdn/software/x/interface.json";
+        }
+        return {};
+    }
+
+    std::string expanded(std::string line, const QString& url) const {
+        for (const auto& [key, value] : {std::pair{"{url}", url}, std::pair{"{file}", file_}})
+            if (auto at = line.find(key); at != std::string::npos)
+                line.replace(at, std::string(key).size(), value.toStdString());
+        return line;
+    }
+
+    QString file_;
+};
+
+TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
+    const outcome_case& c = GetParam();
+    const QString url = start(c);
+    std::vector<std::string> lines;
+    for (const std::string& line : c.log_lines) lines.push_back(expanded(line, url));
+
+    ASSERT_TRUE(sink_.wait_for_responses(c.reports.size()));
+    ASSERT_TRUE(wait_until([&] {
+        for (const std::string& line : lines)
+            if (!logs_.contains(line)) return false;
+        return true;
+    })) << "a log line of the path is missing";
+    pump_events_for(200);  // room for a report too many
+
+    const auto responses = sink_.responses();
+    ASSERT_EQ(responses.size(), c.reports.size());
+    for (std::size_t i = 0; i < responses.size(); ++i) {
+        const call& r = responses[i];
+        const report& expected = c.reports[i];
+        SCOPED_TRACE("report " + std::to_string(i));
+        EXPECT_EQ(r.connection_id, 21);
+        EXPECT_EQ(r.thread, worker());
+        EXPECT_TRUE(r.has_info);
+        EXPECT_EQ(r.info.ok, expected.ok);
+        EXPECT_EQ(r.info.state, expected.state);
+        EXPECT_EQ(r.info.net_error, expected.net_error);
+        if (expected.error_string) {
+            EXPECT_EQ(r.info.error_string.toStdString(), expected.error_string);
+        } else {
+            EXPECT_FALSE(r.info.error_string.isEmpty()) << "the transport's text passes through";
+        }
+        EXPECT_EQ(r.info.result.toStdString(), expected.result);
+        const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(c.body));
+        if (c.kind == request::descriptor && expected.ok) {
+            EXPECT_EQ(r.info.content.toJsonDocument(), document);
+        } else {
+            EXPECT_FALSE(r.info.content.isValid());
+        }
+    }
+    EXPECT_EQ(server_.request_count(), c.missing_file || c.status == unreachable ? 0u : 1u);
+}
+
+const std::string success = R"({"status":"success"})";
+const report accepted{true, 0, 0, nullptr, ""};
+const report rejected{false, 10, -2, nullptr, ""};
+const int refused = QNetworkReply::ConnectionRefusedError;
+const int internal = QNetworkReply::InternalServerError;
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
+    outcome_case{"information_success", request::information, 200, success, {accepted},
+        {"upload_handler:   response= " + success}},
+    outcome_case{"information_rejected_with_message", request::information, 200,
+        R"({"status":"failed","result":"quota"})", {{false, 10, -2, "quota", ""}},
+        {"error: failed response "}},
+    outcome_case{"information_status_compared_exactly", request::information, 200,
+        R"({"status":"Success"})", {rejected}, {"error: failed response "}},
+    outcome_case{"information_status_missing", request::information, 200, R"({"result":"x"})",
+        {{false, 10, -2, "x", ""}}, {"error: failed response "}},
+    outcome_case{"information_not_json", request::information, 200, "<html>oops</html>",
+        {rejected}, {"error: json parse exception: <html>oops</html>", "error: failed response "}},
+    outcome_case{"information_http_error", request::information, 500, success,
+        {{false, 7, internal, "", ""}, {false, 7, internal, nullptr, ""}}, {"error401"}},
+    outcome_case{"information_unreachable", request::information, unreachable, "",
+        {{false, 7, refused, "", ""}, {false, 7, refused, nullptr, ""}},
+        {"error1", "Connection refused",
+         "TarvoConsumerScanner::information_api::http_connector::send_request url :  {url}"}},
+    outcome_case{"information_null_sink", request::information, 200, "{broken", {},
+        {"error: json parse exception: {broken", "error: failed response "}, true},
+    outcome_case{"file_success_with_id", request::file, 200,
+        R"({"status":"success","result":{"dfs_id":"abc"}})", {{true, 0, 0, nullptr, "abc"}},
+        {"err_info=success", "dfs_id=abc", "send_multipart_request ret=0",
+         "TarvoConsumerScanner::information_api::upload_file url_post :  "
+         "?category=feedback&bucket=pub"}},
+    outcome_case{"file_success_without_id", request::file, 200, success, {accepted},
+        {"upload_file_handler" + success, "dfs_id="}},
+    outcome_case{"file_rejected", request::file, 200,
+        R"({"status":"failed","result":{"dfs_id":"abc"}})", {rejected},
+        {"err_info=failed", "error: failed response "}},
+    outcome_case{"file_not_json", request::file, 200, "{broken", {rejected},
+        {"error: json parse exception: {broken"}},
+    // The multipart upload listens to the finished reply only: one report.
+    outcome_case{"file_http_error", request::file, 500, success,
+        {{false, 7, internal, nullptr, ""}}, {}},
+    outcome_case{"file_unreachable", request::file, unreachable, "",
+        {{false, 7, refused, nullptr, ""}}, {}},
+    outcome_case{"file_missing", request::file, 200, success, {},
+        {"file open faied or not readable  !{file}", "send_multipart_request ret=-1",
+         "TarvoConsumerScanner::information_api::upload_file upload_file ret :  -1"},
+        false, true},
+    outcome_case{"file_null_sink", request::file, 200, success, {}, {"dfs_id="}, true},
+    outcome_case{"descriptor_object", request::descriptor, 200, R"({"version":"3","n":[1]})",
+        {accepted},
+        {" get_url_json_file full_url={url}", "manager->post reply_=", "status_code=200",
+         " json parse result : isEmpty=0isNull=0isArray=0",
+         " json  pram   : isEmpty=0isNull=0isArray=0"}},
+    outcome_case{"descriptor_array", request::descriptor, 200, "[1]", {accepted},
+        {" json parse result : isEmpty=0isNull=0isArray=1"}},
+    outcome_case{"descriptor_html_page", request::descriptor, 200, "<html>503</html>",
+        {rejected},
+        {"upload_file_handler<html>503</html>", "error: json parse error : isEmpty=1isNull=1",
+         "error: failed response ", " json  pram   : isEmpty=1isNull=1isArray=0"}},
+    outcome_case{"descriptor_empty_body", request::descriptor, 200, "", {rejected},
+        {"error: json parse error : isEmpty=1isNull=1"}},
+    outcome_case{"descriptor_http_error", request::descriptor, 404, "{}",
+        {{false, 7, QNetworkReply::ContentNotFoundError, "", ""},
+         {false, 7, QNetworkReply::ContentNotFoundError, nullptr, ""}}, {"error203"}},
+    outcome_case{"descriptor_unreachable", request::descriptor, unreachable, "",
+        {{false, 7, refused, "", ""}, {false, 7, refused, nullptr, ""}}, {}},
+    outcome_case{"descriptor_null_sink", request::descriptor, 200, "[1]", {},
+        {" json parse result : isEmpty=0isNull=0isArray=1"}, true}),
+    [](const ::testing::TestParamInfo<outcome_case>& info) { return std::string(info.param.name); });
+// clang-format on
+
+// A silent service: the information upload and the descriptor query report a
+// time-out at every interval until the late answer, which is still handled;
+// the file upload's watchdog stops once the file has gone out.
+TEST_F(library_host, silence_reports_time_outs_until_the_late_answer) {
+    server_.answer_silently("/dtta", success);
+    server_.answer_silently("/up", success);
+    server_.answer_silently("/cdn/software/x/interface.json", "[2]");
+    server_.start();
+    write_file("report.zip", "zip bytes");
+    api::upload_information(server_.url("/dtta"), "{}", "app", "usage", &sink_, 31, 300);
+    api::upload_file(server_.url("/up"), "report.zip", "app", "", &sink_, 32, 300);
+    api::get_url_json_file(server_.url("/cdn"), "x", &sink_, 33, 300);
+
+    ASSERT_TRUE(wait_for_responses_for(31, 2) && wait_for_responses_for(33, 2));
+    EXPECT_TRUE(responses_for(32).empty());
+    EXPECT_GE(logs_.count("net connect time out"), 4);
+    server_.release_silent();
+    const auto settled = [&](int id) {
+        const auto all = responses_for(id);
+        return !all.empty() && all.back().info.state == 0;
+    };
+    ASSERT_TRUE(wait_until([&] { return settled(31) && settled(32) && settled(33); }));
+    const std::size_t total = sink_.responses().size();
+    pump_events_for(700);
+    EXPECT_EQ(sink_.responses().size(), total) << "the watchdog stops with the answer";
+    for (int id : {31, 33}) {
+        auto reports = responses_for(id);
+        reports.pop_back();
+        for (const call& r : reports) {
+            EXPECT_EQ(r.connection_id, id);
+            EXPECT_EQ(r.thread, worker());
+            EXPECT_FALSE(r.info.ok);
+            EXPECT_EQ(r.info.state, 6);
+            EXPECT_EQ(r.info.net_error, -1);
+            EXPECT_EQ(r.info.error_string, "timeout");
+        }
+    }
+}
+
+}  // namespace
+}  // namespace test_support
