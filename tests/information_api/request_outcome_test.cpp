@@ -179,6 +179,8 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
         {rejected},
         {"upload_file_handler<html>503</html>", "error: json parse error : isEmpty=1isNull=1",
          "error: failed response ", " json  pram   : isEmpty=1isNull=1isArray=0"}},
+    outcome_case{"descriptor_empty_object", request::descriptor, 200, "{}", {accepted},
+        {" json parse result : isEmpty=0isNull=0isArray=0"}},
     outcome_case{"descriptor_empty_body", request::descriptor, 200, "", {rejected},
         {"error: json parse error : isEmpty=1isNull=1"}},
     outcome_case{"descriptor_http_error", request::descriptor, 404, "{}",
