@@ -20,10 +20,14 @@ TEST(os_name, the_two_stages_name_the_boundary_versions) {
         const char* expected;  // from the name "x"
     } table[] = {
         {{4, 0, win9x, 0, 0}, "Windows95 64"},
+        {{4, 10, win9x, 0, 0}, "Windows98 64"},
         {{4, 90, win9x, 0, 0}, "WindowsMillenniumEdition 64"},
         {{6, 0, nt, workstation, 9}, "WindowsVista 64"},
+        {{6, 0, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
+        {{6, 1, nt, workstation, 9}, "Windows7 64"},
         {{6, 1, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
         {{6, 3, nt, workstation, 9}, "Windows8 64"},
+        {{6, 3, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
         {{10, 7, nt, workstation, 0}, "Windows10 64"},
         {{10, 0, nt, 2, 9}, "WindowsServer\"Longhorn\" 64"},  // a domain controller
         {{5, 2, nt, workstation, 9}, "WindowsXP 64 "},        // with its trailing space
@@ -134,7 +138,7 @@ TEST(linux_texts, locale_machine_and_cpuinfo) {
         {"cs_CZ", 1029},
         {"he_IL", 1037},
         {"lt_LT", 1063},
-        {"is_IS.UTF-8", 1039},
+        {"ca_ES.UTF-8", 1027},
         {"en-US", 1033},
         {"C", 1033},
         {"C.UTF-8", 1033},
