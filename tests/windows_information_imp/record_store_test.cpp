@@ -129,6 +129,27 @@ TEST_F(store_test, a_record_reads_back_as_a_plain_ini_file_both_ways) {
     EXPECT_TRUE(logs_.contains("file not exist" + missing.toStdString()));
 }
 
+TEST_F(store_test, records_are_regular_files_never_what_a_link_leads_to) {
+    const QDateTime start = now_in_seconds();
+    qApp->setProperty("start_time", start);
+    const QString real = write_record("real.info2", start.addSecs(-60));
+    const QString elsewhere = workdir_.filePath("elsewhere.ini");
+    QSettings(elsewhere, QSettings::IniFormat).setValue("data", "secret");
+    for (const char* link : {"keploinfo/link.info2", "keploinfo/link.score2"})
+        ASSERT_TRUE(QFile::link(elsewhere, link));
+    QDir().mkpath("keploinfo/folder.info2");
+
+    QStringList due, scores;
+    EXPECT_EQ(manager_->list_due_records(due), 1);
+    EXPECT_EQ(due, QStringList{real});
+    manager_->list_score_files(scores);
+    EXPECT_TRUE(scores.isEmpty());
+    QString data = "untouched", type = "untouched";
+    for (const char* path : {"keploinfo/link.info2", "keploinfo/folder.info2"})
+        EXPECT_EQ(manager_->read_record_file(path, data, type), -1) << path;
+    EXPECT_EQ(data + type, "untoucheduntouched");
+}
+
 struct upload_config {
     int enable = -1, interval = -1, connect_time = -1;
     QString address = "unset", app_id = "unset", file_url = "unset", cdn_url = "unset";

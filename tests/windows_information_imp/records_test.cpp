@@ -257,6 +257,17 @@ TEST_F(records_test, each_event_writes_its_record_and_keeps_its_values) {
              return QString();
          },
          "yyyy-MM-ddThh-mm-ssZ", "info2", R"({"content": []})", false},
+        // Lists shorter than the classes give empty texts.
+        {"calibration_with_short_lists",
+         [](auto& m) {
+             m.record_calibration({"m"}, "5.0.0", "c.ple", "KS", "", {}, "c0", "c1", {"a", "b"},
+                                  {"s"}, {}, {}, 0);
+             return QString();
+         },
+         "yyyy-MM-ddThh-mm-ssZ", "info2", R"({"content": [
+            {"classsify": "a", "startOn": "s", "endOn": "", "result": "", "modular": "m"},
+            {"classsify": "b", "startOn": "", "endOn": "", "result": "", "modular": ""}]})",
+         false},
         // The software version and modular files stay as the last record left them.
         {"share",
          [](auto& m) {

@@ -35,8 +35,9 @@ std::vector<record_entry> records_oldest_first(const QString& pattern) {
     QDir folder(record_folder);
     folder.setNameFilters(QStringList(pattern));
     // Hidden too: a session that never started writes its usage record as
-    // ".info2", which is an ordinary file on Windows.
-    folder.setFilter(QDir::Files | QDir::Hidden);
+    // ".info2", which is an ordinary file on Windows. Records are regular
+    // files: a link could lead to any file of the machine.
+    folder.setFilter(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     folder.setSorting(QDir::Unsorted);
     std::vector<record_entry> records;
     for (const QFileInfo& file : folder.entryInfoList()) {
@@ -99,6 +100,12 @@ void windows_information_imp::list_score_files(QStringList& out) {
 int windows_information_imp::read_record_file(const QString& path, QString& data, QString& type) {
     if (!QFile::exists(path)) {
         LOG(INFO) << "file not exist" << path.toStdString();
+        return -1;
+    }
+    // Only a regular file is a record: never what a link leads to.
+    const QFileInfo file(path);
+    if (file.isSymLink() || !file.isFile()) {
+        LOG(WARNING) << "not a record file: " << path.toStdString();
         return -1;
     }
     const QSettings record(path, QSettings::IniFormat);

@@ -90,15 +90,16 @@ QJsonObject modules(const KeploInfoMgr& session, QJsonObject modules) {
 QJsonArray calibration_items(const QStringList& modules, const QStringList& classes,
                              const QStringList& starts, const QStringList& ends,
                              const QStringList& results) {
-    // The host passes parallel lists; item i takes entry i of each.
+    // The host passes parallel lists; item i takes entry i of each, and an
+    // empty text where a list is shorter than the classes.
     QJsonArray items;
     for (int i = 0; i < classes.size(); ++i) {
         QJsonObject item;
         item["classsify"] = classes[i];
-        item["startOn"] = starts[i];
-        item["endOn"] = ends[i];
-        item["result"] = results[i];
-        item["modular"] = modules[i];
+        item["startOn"] = starts.value(i);
+        item["endOn"] = ends.value(i);
+        item["result"] = results.value(i);
+        item["modular"] = modules.value(i);
         items.append(item);
     }
     return items;
