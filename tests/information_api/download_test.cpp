@@ -122,7 +122,7 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     EXPECT_TRUE(logs_.contains("networkError= ConnectionRefusedError"));
     EXPECT_TRUE(logs_.contains("reply_->error()= ContentNotFoundError"));
     pump_events_for(300);
-    EXPECT_EQ(sink_.count(kind::finished), 0u) << "a network error is only logged";
+    EXPECT_EQ(sink_.calls().size(), sink_.count(kind::progress)) << "a failure is only logged";
     EXPECT_FALSE(QFile::exists(target));
     EXPECT_EQ(read_all(temp), "not here");
 
@@ -131,6 +131,21 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     expect_finished(1);
     EXPECT_EQ(read_all(target), "not hereinstaller") << "the leftover was not continued";
     EXPECT_FALSE(QFile::exists(temp));
+}
+
+TEST_F(download_test, a_download_that_cannot_be_written_is_given_up_beyond_16_mib) {
+    server_.answer_chunked("/big.exe", std::string(24 << 20, 'x'), 1 << 20, 0);
+    server_.start();
+    const QString temp = QDir::current().filePath("big.temp");
+    ASSERT_TRUE(QDir().mkpath(temp)) << "a folder in the way: the file cannot be opened";
+
+    api::downLoadApp(60, &sink_, server_.url("/big.exe"), QDir::current().filePath("big.exe"));
+    ASSERT_TRUE(wait_until([&] { return logs_.contains("reply->errorString()="); }));
+    EXPECT_TRUE(logs_.contains("download given up: " + temp.toStdString()));
+    EXPECT_TRUE(logs_.contains("reply_->error()= OperationCanceledError"));
+    pump_events_for(300);
+    EXPECT_EQ(sink_.count(kind::finished), 0u) << "a failed download is only logged";
+    EXPECT_TRUE(QFileInfo(temp).isDir());
 }
 
 }  // namespace

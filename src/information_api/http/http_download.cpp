@@ -20,6 +20,10 @@ namespace {
 // into the temporary file.
 constexpr qint64 kDownloadReadBuffer = 4 * 1024 * 1024;
 
+// Data the reply may hold while the temporary file cannot be opened. Beyond
+// it the download is given up as failed, rather than held in memory whole.
+constexpr qint64 kUnwrittenDownloadLimit = 16 * 1024 * 1024;
+
 const char* error_name(QNetworkReply::NetworkError code) {
     const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(code);
     return name ? name : "UnknownError";
@@ -88,6 +92,13 @@ void http_connector::slot_onDownLoadFileReadyRead() {
     if (opened) temp_file.write(reply_->readAll());
     temp_file.flush();
     temp_file.close();
+    if (!opened && reply_->bytesAvailable() > kUnwrittenDownloadLimit) {
+        LOG(WARNING) << "download given up: " << temp_path.toStdString()
+                     << " cannot be written and " << reply_->bytesAvailable()
+                     << " bytes wait in memory";
+        reply_->abort();  // ends as any failed download: logged, not reported
+        return;
+    }
     const qint64 bound = opened ? kDownloadReadBuffer : 0;
     if (reply_->readBufferSize() != bound) reply_->setReadBufferSize(bound);
 }
