@@ -36,6 +36,10 @@ namespace information_api {
 //            writable, 10 the service did not answer "success".
 // net_error: QNetworkReply::NetworkError, -1 for a time-out, -2 for an answer
 //            the service rejected or that could not be parsed.
+// Answers that cannot be parsed include JSON nested deeper than 256 levels.
+// An upload answer over 1 MiB, or a descriptor over 16 MiB, is not read: the
+// reply is aborted and reported with state 10, net_error -2 and the
+// error_string "answer larger than <limit> bytes, not read".
 struct response_info_t {
     bool ok;
     QString error_string;
@@ -46,8 +50,12 @@ struct response_info_t {
 };
 
 // Callback interface implemented by the host. The library never owns a sink;
-// it must outlive every request started with it. Calls arrive on the library's
-// worker thread.
+// it must outlive every request started with it, that is until
+// release_connect for the request's id (or information_clean) has returned:
+// from then on no call for that connection starts, and one that was under way
+// on the worker thread has ended. Calls arrive on the library's worker
+// thread. A sink must not block waiting for the host's thread: the host's
+// release waits for a call under way, and the two would wait for each other.
 class INFORMATION_API_EXPORT information_sink {
 public:
     information_sink();
@@ -204,8 +212,13 @@ public:
 // Starts the worker thread on the first call and returns the one manager.
 INFORMATION_API_EXPORT KeploInfoMgr* information_init();
 // Releases every connection, stops the worker thread and frees the manager.
+// No sink call starts after it returns.
 INFORMATION_API_EXPORT int information_clean();
 // Schedules the connector of connection_id for deletion; -1 for an unknown id.
+// No sink call for that connection starts after it returns, and one under way
+// has ended: the host may free the sink. A request whose id was taken over
+// by a later one under the same id is not this connection: it still reports
+// until information_clean.
 INFORMATION_API_EXPORT int release_connect(int connection_id);
 
 // Posts body (JSON) to url + "?type=" + type with the header X-Auth-AppID.

@@ -17,11 +17,12 @@ public:
     // points at the new connector and the old one is left alive, unreachable
     // from here, still reporting under the same id.
     void insert(int id, http_connector* connector);
-    // Removes id and schedules its connector for deletion; false if unknown.
+    // Removes id, closes its connector's sink (no call reaches it after the
+    // return) and schedules the connector for deletion; false if unknown.
     bool release(int id);
-    // Schedules every connector for deletion, in ascending id order, and
-    // empties the registry. Connectors that lost their id to a takeover go
-    // too, so that teardown leaves none behind.
+    // Closes the sink of every connector and schedules it for deletion, in
+    // ascending id order, and empties the registry. Connectors that lost
+    // their id to a takeover go too, so that teardown leaves none behind.
     void release_all();
     http_connector* find(int id) const;
     std::size_t size() const { return connectors_.size(); }

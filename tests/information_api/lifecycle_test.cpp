@@ -2,6 +2,8 @@
 // ids, release, takeover of a reused id, clean.
 #include <QPointer>
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "http/http_connector.h"
 #include "library_host.h"
@@ -101,6 +103,65 @@ TEST_F(lifecycle_test, a_reused_id_is_taken_over_and_the_first_request_still_rep
     EXPECT_FALSE(first.isNull());
     information_clean();
     EXPECT_TRUE(first.isNull()) << "a connector the registry lost is freed with its thread";
+}
+
+// Counts the calls that start, or are still under way, once the release of
+// its connection has returned. Each call takes a while, so that releases
+// meet calls under way; a held sink keeps its first call going until the
+// host has begun to release it.
+class releasable_sink : public information_sink {
+public:
+    void on_response(int, QVariant) override { arrive(); }
+    void on_download_progress(qint64, qint64) override { arrive(); }
+    void on_download_finished(bool, int, int) override { arrive(); }
+    std::atomic<bool> held{false}, releasing{false}, released{false};
+    std::atomic<int> calls{0}, late_calls{0};
+
+private:
+    void arrive() {
+        if (released) ++late_calls;
+        if (++calls == 1 && held) {
+            for (int i = 0; i < 2000 && !releasing; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
+        if (released) ++late_calls;
+    }
+};
+
+TEST_F(lifecycle_test, no_sink_call_starts_or_runs_once_release_has_returned) {
+    information_init();
+    // Downloads that last well beyond the test: each that ended would hold
+    // the worker thread for its two-second pause.
+    server_.answer_chunked("/app.exe", std::string(8 << 20, 'x'), 16 * 1024, 20);
+    serve();
+    std::vector<std::unique_ptr<releasable_sink>> sinks;
+    for (int id = 0; id < 60; ++id) {
+        sinks.push_back(std::make_unique<releasable_sink>());
+        information_sink* sink = sinks.back().get();
+        if (id < 10)  // time-out reports every 10 ms
+            upload_information(server_.url("/silent"), "{}", "a", "usage", sink, id, 10);
+        else if (id < 56)
+            upload_information(server_.url("/dtta"), "{}", "a", "usage", sink, id, 5000);
+        else
+            downLoadApp(id, sink, server_.url("/app.exe"), QString("app%1.exe").arg(id));
+    }
+    sinks[0]->held = true;
+    ASSERT_TRUE(wait_until([&] {
+        for (const auto& sink : sinks)
+            if (sink->calls == 0) return false;
+        return true;
+    }));
+    for (int id = 0; id < 60; ++id) {
+        sinks[id]->releasing = true;
+        EXPECT_EQ(release_connect(id), 0);
+        sinks[id]->released = true;  // the host may free it from here on
+    }
+    pump_events_for(300);
+    int late = 0;
+    for (const auto& sink : sinks) late += sink->late_calls;
+    EXPECT_EQ(late, 0);
 }
 
 TEST_F(lifecycle_test, clean_releases_every_connection_and_stops_the_thread) {

@@ -22,6 +22,9 @@ struct report {
 
 constexpr int unreachable = -1;
 
+// What the row changes about the host or the service.
+enum class setup { none, null_sink, missing_file, endless_answer };
+
 struct outcome_case {
     const char* name;
     request kind;
@@ -31,8 +34,7 @@ struct outcome_case {
     // Lines of the path; {url} stands for the request's address, {file} for
     // the uploaded file's path.
     std::vector<std::string> log_lines;
-    bool null_sink = false;
-    bool missing_file = false;
+    setup with = setup::none;
 };
 
 std::ostream& operator<<(std::ostream& out, const outcome_case& c) {
@@ -43,14 +45,19 @@ class request_outcome : public library_host, public ::testing::WithParamInterfac
 protected:
     // Starts the row's request under id 21; returns its address.
     QString start(const outcome_case& c) {
-        for (const char* path : {"/dtta", "/up", "/cdn/software/x/interface.json"})
-            server_.answer(path, c.body,
-                           c.body.rfind("<", 0) == 0 ? "text/html" : "application/json", c.status);
+        const char* type = c.body.rfind("<", 0) == 0 ? "text/html" : "application/json";
+        for (const char* path : {"/dtta", "/up", "/cdn/software/x/interface.json"}) {
+            if (c.with == setup::endless_answer)
+                server_.answer_endlessly(path);
+            else
+                server_.answer(path, c.body, type, c.status);
+        }
         server_.start();
         const QString base = c.status == unreachable ? unreachable_url("") : server_.url();
-        api::information_sink* sink = c.null_sink ? nullptr : &sink_;
-        file_ = QDir::current().filePath(c.missing_file ? "no/such/report.zip" : "report.zip");
-        if (!c.missing_file) write_file(file_, "zip bytes");
+        api::information_sink* sink = c.with == setup::null_sink ? nullptr : &sink_;
+        const bool missing = c.with == setup::missing_file;
+        file_ = QDir::current().filePath(missing ? "no/such/report.zip" : "report.zip");
+        if (!missing) write_file(file_, "zip bytes");
         switch (c.kind) {
             case request::information:
                 EXPECT_EQ(
@@ -116,13 +123,28 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
             EXPECT_FALSE(r.info.content.isValid());
         }
     }
-    EXPECT_EQ(server_.request_count(), c.missing_file || c.status == unreachable ? 0u : 1u);
+    const bool sent = c.with != setup::missing_file && c.status != unreachable;
+    if (c.with != setup::endless_answer) {
+        EXPECT_EQ(server_.request_count(), sent ? 1u : 0u);
+    }
 }
 
 const std::string success = R"({"status":"success"})";
 const report accepted{true, 0, 0, nullptr, ""};
 const report rejected{false, 10, -2, nullptr, ""};
 const int refused = QNetworkReply::ConnectionRefusedError;
+const report too_large{false, 10, -2, "answer larger than 1048576 bytes, not read", ""};
+const std::string too_deep(1000000, '[');
+
+// A status document of exactly size bytes.
+std::string padded_success(std::size_t size) {
+    const std::string head = R"({"status":"success","pad":")", tail = R"("})";
+    return head + std::string(size - head.size() - tail.size(), ' ') + tail;
+}
+
+std::string nested(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
 const int internal = QNetworkReply::InternalServerError;
 
 // clang-format off
@@ -145,7 +167,16 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
         {"error1", "Connection refused",
          "TarvoConsumerScanner::information_api::http_connector::send_request url :  {url}"}},
     outcome_case{"information_null_sink", request::information, 200, "{broken", {},
-        {"error: json parse exception: {broken", "error: failed response "}, true},
+        {"error: json parse exception: {broken", "error: failed response "}, setup::null_sink},
+    outcome_case{"information_nested_too_deep", request::information, 200, too_deep, {rejected},
+        {"error: json parse exception: [[[", "error: failed response "}},
+    outcome_case{"information_answer_at_the_bound", request::information, 200,
+        padded_success(1024 * 1024), {accepted}, {}},
+    outcome_case{"information_answer_over_the_bound", request::information, 200,
+        padded_success(1024 * 1024 + 1), {too_large},
+        {"error: answer larger than 1048576 bytes, not read"}},
+    outcome_case{"information_endless_answer", request::information, 200, "", {too_large}, {},
+        setup::endless_answer},
     outcome_case{"file_success_with_id", request::file, 200,
         R"({"status":"success","result":{"dfs_id":"abc"}})", {{true, 0, 0, nullptr, "abc"}},
         {"err_info=success", "dfs_id=abc", "send_multipart_request ret=0",
@@ -166,8 +197,12 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
     outcome_case{"file_missing", request::file, 200, success, {},
         {"file open faied or not readable  !{file}", "send_multipart_request ret=-1",
          "TarvoConsumerScanner::information_api::upload_file upload_file ret :  -1"},
-        false, true},
-    outcome_case{"file_null_sink", request::file, 200, success, {}, {"dfs_id="}, true},
+        setup::missing_file},
+    outcome_case{"file_null_sink", request::file, 200, success, {}, {"dfs_id="}, setup::null_sink},
+    outcome_case{"file_nested_too_deep", request::file, 200, too_deep, {rejected},
+        {"error: json parse exception: [[["}},
+    outcome_case{"file_endless_answer", request::file, 200, "", {too_large}, {},
+        setup::endless_answer},
     outcome_case{"descriptor_object", request::descriptor, 200, R"({"version":"3","n":[1]})",
         {accepted},
         {" get_url_json_file full_url={url}", "manager->post reply_=", "status_code=200",
@@ -189,7 +224,14 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
     outcome_case{"descriptor_unreachable", request::descriptor, unreachable, "",
         {{false, 7, refused, "", ""}, {false, 7, refused, nullptr, ""}}, {}},
     outcome_case{"descriptor_null_sink", request::descriptor, 200, "[1]", {},
-        {" json parse result : isEmpty=0isNull=0isArray=1"}, true}),
+        {" json parse result : isEmpty=0isNull=0isArray=1"}, setup::null_sink},
+    outcome_case{"descriptor_nested_256_deep", request::descriptor, 200, nested(256), {accepted},
+        {}},
+    outcome_case{"descriptor_nested_257_deep", request::descriptor, 200, nested(257), {rejected},
+        {"error: json parse error : isEmpty=1isNull=1"}},
+    outcome_case{"descriptor_endless_answer", request::descriptor, 200, "",
+        {{false, 10, -2, "answer larger than 16777216 bytes, not read", ""}}, {},
+        setup::endless_answer}),
     [](const ::testing::TestParamInfo<outcome_case>& info) { return std::string(info.param.name); });
 // clang-format on
 

@@ -30,6 +30,8 @@ local_server::~local_server() {
 
 void local_server::start() {
     server_->set_keep_alive_timeout(1);
+    // Enough threads that silent handlers do not hold up the other answers.
+    server_->new_task_queue = [] { return new httplib::ThreadPool(48); };
     // The logger sees every request, also those the server rejects before
     // routing (its parser refuses some query texts with 400).
     server_->set_logger(
@@ -117,6 +119,17 @@ void local_server::answer_chunked(const std::string& pattern, std::string conten
                 return sink.write(shared->data() + offset, n);
             });
     });
+}
+
+void local_server::answer_endlessly(const std::string& pattern) {
+    handler h = [](const httplib::Request&, httplib::Response& res) {
+        res.set_chunked_content_provider("application/json", [](size_t, httplib::DataSink& sink) {
+            static const std::string chunk(64 * 1024, '[');
+            return sink.write(chunk.data(), chunk.size());
+        });
+    };
+    on_get(pattern, h);
+    on_post(pattern, h);
 }
 
 std::vector<received_request> local_server::requests() const {

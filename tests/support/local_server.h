@@ -70,6 +70,9 @@ public:
     void answer_chunked(const std::string& pattern, std::string content, std::size_t chunk_size,
                         int pause_ms);
 
+    // Answers without end, chunk after chunk, until the client goes away.
+    void answer_endlessly(const std::string& pattern);
+
     // Requests are recorded once they have been answered.
     std::vector<received_request> requests() const;
     std::size_t request_count() const;

@@ -9,7 +9,9 @@
 #include <ctime>
 
 #include "connector_log.h"
+#include "json_handler/answer_bounds.h"
 #include "json_handler/json_handler.h"
+#include "sink_guard.h"
 
 namespace TarvoConsumerScanner {
 namespace information_api {
@@ -73,9 +75,13 @@ http_connector::http_connector(int connect_id, information_sink* sink, QObject* 
       reply_(nullptr),
       bytes_received_(0),
       last_progress_time_(0),
-      sink_(sink),
+      sink_(nullptr),
       connect_id_(connect_id),
-      handler_(nullptr) {
+      handler_(nullptr),
+      guard_(sink ? new sink_guard(sink) : nullptr),
+      refused_answer_limit_(0) {
+    // Every report goes through the guard, which the host's release closes.
+    sink_ = guard_;
     register_connector_meta_types();
     connect(manager_, SIGNAL(finished(QNetworkReply*)), this, SLOT(replyFinished(QNetworkReply*)));
     connect(timer_, SIGNAL(timeout()), this, SLOT(timeout_event()));
@@ -93,6 +99,11 @@ http_connector::~http_connector() {
         manager_->deleteLater();
         manager_ = nullptr;
     }
+    delete guard_;
+}
+
+void http_connector::close_sink() {
+    if (guard_) guard_->close();
 }
 
 void http_connector::send_request(const std::string& path, const QString& body,
@@ -119,6 +130,7 @@ void http_connector::send_request(const std::string& path, const QString& body,
     handler_ = new upload_handler(sink_, connect_id_);
     reply_ = manager_->post(request_, body.toUtf8());
     connect_reply_signals(reply_);
+    limit_answer(reply_, max_upload_answer_size);
     bytes_received_ = 0;
     last_progress_time_ = progress_clock();
 }
@@ -131,6 +143,7 @@ int http_connector::send_get_request(QString url, int timeout_ms) {
     reply_ = manager_->get(request);
     LOG(INFO) << "manager->post reply_=" << LOG_POINTER(reply_);
     connect_reply_signals(reply_);
+    limit_answer(reply_, max_descriptor_answer_size);
     if (timer_ && !timer_->isActive()) timer_->start(timeout_ms);
     return 0;
 }
@@ -143,6 +156,25 @@ void http_connector::connect_reply_signals(QNetworkReply* reply) {
             SLOT(sslErrors(const QList<QSslError>&)));
     connect(reply, SIGNAL(downloadProgress(qint64, qint64)), this,
             SLOT(update_data_read_progress(qint64, qint64)));
+}
+
+void http_connector::limit_answer(QNetworkReply* reply, qint64 limit) {
+    connect(reply, &QNetworkReply::downloadProgress, this,
+            [this, reply, limit](qint64 received, qint64 total) {
+                if (received > limit || total > limit) refuse_answer(reply, limit);
+            });
+}
+
+void http_connector::refuse_answer(QNetworkReply* reply, qint64 limit) {
+    if (refused_answer_limit_) return;
+    refused_answer_limit_ = limit;
+    LOG(WARNING) << "error: " << oversized_answer_text(limit).toStdString();
+    // The abort is ours: the cancellation is not reported as a network error,
+    // the finished reply reports the refusal once.
+    disconnect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
+               SLOT(error(QNetworkReply::NetworkError)));
+    disconnect(reply, SIGNAL(readyRead()), this, SLOT(http_ready_read()));
+    reply->abort();
 }
 
 void http_connector::report(const response_info_t& info) {
@@ -158,7 +190,10 @@ void http_connector::replyFinished(QNetworkReply* reply) {
     if (timer_->isActive()) timer_->stop();
     if (!reply) return;
     LOG(INFO) << reply->errorString().toStdString();
-    if (reply->error() == QNetworkReply::NoError) {
+    if (refused_answer_limit_) {
+        rt_ = 10;
+        report(failure(oversized_answer_text(refused_answer_limit_), 10, -2));
+    } else if (reply->error() == QNetworkReply::NoError) {
         if (handler_) rt_ = handler_->handle(reply);
     } else {
         report_network_error(reply);

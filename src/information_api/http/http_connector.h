@@ -17,6 +17,7 @@ namespace TarvoConsumerScanner {
 namespace information_api {
 
 class json_handler;
+class sink_guard;
 
 // Carries one network request from start to outcome. Created on the host's
 // thread, which issues the request, then moved to the worker thread, where all
@@ -48,6 +49,10 @@ public:
     int connect_id() const { return connect_id_; }
     int rt() const { return rt_; }
 
+    // Called on the host's thread when the connection is released: from the
+    // return on, no sink call starts, and one under way has ended.
+    void close_sink();
+
 signals:
     void finished();
 
@@ -73,6 +78,10 @@ private:
     void report_network_error(QNetworkReply* reply);
     void connect_reply_signals(QNetworkReply* reply);
     QString temporary_download_path() const;
+    // Refuses an answer that grows beyond limit bytes (announced or arrived):
+    // the reply is aborted and reported as an unusable answer.
+    void limit_answer(QNetworkReply* reply, qint64 limit);
+    void refuse_answer(QNetworkReply* reply, qint64 limit);
 
     int rt_;
     QTimer* timer_;
@@ -85,6 +94,8 @@ private:
     int connect_id_;
     json_handler* handler_;
     QString file_name_path_;
+    sink_guard* guard_;
+    qint64 refused_answer_limit_;  // 0 while no answer was refused
 };
 
 // Wraps an outcome record for information_sink::on_response.

@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include "http_connector.h"
+#include "json_handler/answer_bounds.h"
 #include "json_handler/json_handler.h"
 
 namespace TarvoConsumerScanner {
@@ -59,6 +60,7 @@ int http_connector::send_multipart_request(const QString& url_suffix, const QStr
     multipart->setParent(reply);
     connect(reply, SIGNAL(uploadProgress(qint64, qint64)), this,
             SLOT(update_data_write_progress(qint64, qint64)));
+    limit_answer(reply, max_upload_answer_size);
     if (timer_ && !timer_->isActive()) timer_->start(timeout_ms);
     return 0;
 }

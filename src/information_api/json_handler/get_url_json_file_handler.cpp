@@ -4,6 +4,7 @@
 #include <QJsonDocument>
 #include <QNetworkRequest>
 
+#include "answer_bounds.h"
 #include "json_handler.h"
 
 namespace TarvoConsumerScanner {
@@ -14,13 +15,17 @@ int get_url_json_file_handler::handle(QNetworkReply* reply) {
     LOG(INFO) << "status_code=" << status_code;
     response_info_t info = initial_response(reply);
     const QByteArray body = reply->readAll();
-    LOG(INFO) << "upload_file_handler" << body.toStdString();
-    qDebug() << body;
+    LOG(INFO) << "upload_file_handler" << quoted_answer(body);
+    qDebug() << quoted_answer_bytes(body);
 
     bool success = false;
     try {
         QJsonParseError parse_error;
-        const QJsonDocument doc = QJsonDocument::fromJson(body, &parse_error);
+        // Nested deeper than a descriptor ever is: as unparsable as a broken
+        // text, so that no host walks a document of a thousand levels.
+        const QJsonDocument doc = nesting_within(body, max_answer_nesting)
+                                      ? QJsonDocument::fromJson(body, &parse_error)
+                                      : QJsonDocument();
         if (doc.isEmpty() || doc.isNull()) {
             LOG(WARNING) << "error: json parse error : isEmpty=" << doc.isEmpty()
                          << "isNull=" << doc.isNull();
@@ -32,7 +37,7 @@ int get_url_json_file_handler::handle(QNetworkReply* reply) {
             info.content = QVariant(doc);
         }
     } catch (...) {
-        LOG(WARNING) << "error: json parse exception: " << body.toStdString();
+        LOG(WARNING) << "error: json parse exception: " << quoted_answer(body);
         success = false;
     }
     if (!success) {

@@ -4,6 +4,8 @@
 #include <boost/property_tree/ptree.hpp>
 #include <sstream>
 
+#include "answer_bounds.h"
+
 namespace TarvoConsumerScanner {
 namespace information_api {
 
@@ -13,9 +15,7 @@ json_handler::json_handler(information_sink* sink, int connection_id)
 json_handler::~json_handler() = default;
 
 int json_handler::handle(QNetworkReply* reply) {
-    std::stringstream body(reply->readAll().toStdString());
-    boost::property_tree::ptree tree;
-    boost::property_tree::read_json(body, tree);
+    parse_answer(reply->readAll());
     return 0;
 }
 
@@ -28,6 +28,15 @@ void json_handler::report(const response_info_t& info) {
     QVariant variant;
     variant.setValue(info);
     sink->on_response(connection_id, variant);
+}
+
+boost::property_tree::ptree parse_answer(const QByteArray& body) {
+    if (!nesting_within(body, max_answer_nesting))
+        throw boost::property_tree::json_parser_error("nested too deep", "", 0);
+    std::stringstream stream(body.toStdString());
+    boost::property_tree::ptree tree;
+    boost::property_tree::read_json(stream, tree);
+    return tree;
 }
 
 response_info_t initial_response(QNetworkReply* reply) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QNetworkReply>
+#include <boost/property_tree/ptree.hpp>
 
 #include "information_api/information_api.h"
 
@@ -48,6 +49,11 @@ public:
     using json_handler::json_handler;
     int handle(QNetworkReply* reply) override;
 };
+
+// The service's answer as a property tree. Throws, like the parser, on a text
+// that is not JSON, and on one nested deeper than any answer is: the parser
+// recurses once per level and would exhaust the worker thread's stack.
+boost::property_tree::ptree parse_answer(const QByteArray& body);
 
 // The record every handler starts from: success, with the reply's error code
 // and text.

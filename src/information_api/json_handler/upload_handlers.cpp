@@ -1,10 +1,9 @@
 #include <glog/logging.h>
 
 #include <QDebug>
-#include <boost/property_tree/json_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
-#include <sstream>
 
+#include "answer_bounds.h"
 #include "json_handler.h"
 
 namespace TarvoConsumerScanner {
@@ -13,13 +12,6 @@ namespace information_api {
 namespace pt = boost::property_tree;
 
 namespace {
-
-pt::ptree parse(const QByteArray& body) {
-    std::stringstream stream(body.toStdString());
-    pt::ptree tree;
-    pt::read_json(stream, tree);
-    return tree;
-}
 
 void reject(response_info_t& info, QNetworkReply* reply) {
     info.ok = false;
@@ -33,17 +25,17 @@ void reject(response_info_t& info, QNetworkReply* reply) {
 int upload_handler::handle(QNetworkReply* reply) {
     response_info_t info = initial_response(reply);
     const QByteArray body = reply->readAll();
-    qDebug() << body;
-    LOG(INFO) << "upload_handler:   response= " << body.toStdString();
+    qDebug() << quoted_answer_bytes(body);
+    LOG(INFO) << "upload_handler:   response= " << quoted_answer(body);
 
     std::string status;
     std::string result_text;
     try {
-        const pt::ptree tree = parse(body);
+        const pt::ptree tree = parse_answer(body);
         status = tree.get<std::string>("status", "failed");
         result_text = tree.get<std::string>("result", "");
     } catch (...) {
-        LOG(WARNING) << "error: json parse exception: " << body.toStdString();
+        LOG(WARNING) << "error: json parse exception: " << quoted_answer(body);
         status = "failed";
     }
     if (status != "success") {
@@ -58,13 +50,13 @@ int upload_handler::handle(QNetworkReply* reply) {
 int upload_file_handler::handle(QNetworkReply* reply) {
     response_info_t info = initial_response(reply);
     const QByteArray body = reply->readAll();
-    LOG(INFO) << "upload_file_handler" << body.toStdString();
-    qDebug() << body;
+    LOG(INFO) << "upload_file_handler" << quoted_answer(body);
+    qDebug() << quoted_answer_bytes(body);
 
     std::string status;
     std::string dfs_id;
     try {
-        const pt::ptree tree = parse(body);
+        const pt::ptree tree = parse_answer(body);
         status = tree.get<std::string>("status", "failed");
         LOG(INFO) << "err_info=" << status;
         if (status == "success") {
@@ -73,7 +65,7 @@ int upload_file_handler::handle(QNetworkReply* reply) {
             info.result = QString::fromStdString(dfs_id);
         }
     } catch (...) {
-        LOG(WARNING) << "error: json parse exception: " << body.toStdString();
+        LOG(WARNING) << "error: json parse exception: " << quoted_answer(body);
         status = "failed";
     }
     if (status != "success") {
