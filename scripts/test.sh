@@ -1,14 +1,32 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library with its tests and runs them.
+# Installs what is missing, builds the library with its tools and tests and
+# runs them (CTest). With --sanitize, the same under AddressSanitizer,
+# UndefinedBehaviorSanitizer and LeakSanitizer, in a build folder of its own.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-# The cross compiler and Wine run the Windows machine profile check.
-"$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix
+sanitize=OFF
+[ "${1:-}" = --sanitize ] && sanitize=ON
 
-build="${BUILD_DIR:-$root/build}"
+if [ $sanitize = ON ]; then
+  "$root/scripts/install-deps.sh"
+  build="${SANITIZE_BUILD_DIR:-$root/build-sanitize}"
+  # Qt's offscreen platform plugin keeps a few objects for the whole process;
+  # the suppressions name each of them with its reason.
+  # Qt's libraries keep no frame pointers: the slower unwinder gives leaks
+  # their whole stack, which the suppressions need to tell Qt's from ours.
+  export ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0:check_initialization_order=1
+  export LSAN_OPTIONS="suppressions=$root/tests/sanitizer/lsan.supp:print_suppressions=0"
+  export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+else
+  # The cross compiler and Wine run the Windows machine profile check.
+  "$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix
+  build="${BUILD_DIR:-$root/build}"
+fi
+
 launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-cmake -S "$root" -B "$build" -G Ninja -DINFORMATION_API_BUILD_TESTS=ON "${launcher[@]}"
+cmake -S "$root" -B "$build" -G Ninja -DINFORMATION_API_BUILD_TESTS=ON \
+  -DINFORMATION_API_SANITIZE=$sanitize "${launcher[@]}"
 cmake --build "$build"
 [ -z "${DISPLAY:-}" ] && export QT_QPA_PLATFORM=offscreen
 cd "$build"

@@ -1,5 +1,7 @@
 #include "information_api/information_api.h"
 
+#include <QAbstractEventDispatcher>
+
 #include "http/http_connector.h"
 #include "library_state.h"
 #include "windows_information_imp/windows_information_imp.h"
@@ -33,6 +35,13 @@ KeploInfoMgr* information_init() {
 int information_clean() {
     library_state& s = state();
     s.connections.release_all();
+    if (s.worker && s.worker->isRunning()) {
+        // Lets the worker take up what was posted to it before it stops: an
+        // object moved to it re-registers its timers through a queued call,
+        // whose bookkeeping is lost if the loop quits before it ran.
+        QMetaObject::invokeMethod(
+            QAbstractEventDispatcher::instance(s.worker), [] {}, Qt::BlockingQueuedConnection);
+    }
     if (s.worker) {
         s.worker->stop_thread();
         s.worker->deleteLater();

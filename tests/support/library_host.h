@@ -28,7 +28,10 @@ using kind = recording_sink::kind;
 class library_host : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_NE(api::information_init(), nullptr); }
-    void TearDown() override { EXPECT_EQ(api::information_clean(), 0); }
+    void TearDown() override {
+        EXPECT_EQ(api::information_clean(), 0);
+        pump_events_for(20);  // the thread object goes with the host's event loop
+    }
 
     // The thread every sink call is expected on.
     static QThread* worker() { return api::state().worker; }
