@@ -3,6 +3,8 @@
 //
 //   transfer_memory upload   <MiB> <folder>   upload_file of a sparse file
 //   transfer_memory download <MiB> <folder>   downLoadApp of a generated file
+//   transfer_memory answer   <MiB> <folder>   upload_information answered with
+//                                             MiB of JSON, or endlessly for 0
 //
 // The server runs in this process on 127.0.0.1 and never holds the payload:
 // it streams the upload into a byte counter and generates the download on the
@@ -53,6 +55,7 @@ public:
         const auto record = info.value<api::response_info_t>();
         ok = record.ok;
         state = record.state;
+        error_string = record.error_string.toStdString();
         done = true;
     }
     void on_download_progress(qint64, qint64) override {}
@@ -65,6 +68,7 @@ public:
     std::atomic<bool> done{false};
     std::atomic<bool> ok{false};
     std::atomic<int> state{-1};
+    std::string error_string;  // written before done is set
 };
 
 // Runs the host's event loop until the sink has its answer (ten minutes at
@@ -87,7 +91,7 @@ void drop_debug_lines(QtMsgType type, const QMessageLogContext&, const QString& 
 }
 
 int usage() {
-    fprintf(stderr, "usage: transfer_memory upload|download <MiB> <folder>\n");
+    fprintf(stderr, "usage: transfer_memory upload|download|answer <MiB> <folder>\n");
     return 2;
 }
 
@@ -98,7 +102,9 @@ int main(int argc, char** argv) {
     const std::string mode = argv[1];
     const qint64 size = std::atoll(argv[2]) * 1024 * 1024;
     const QString folder = QString::fromLocal8Bit(argv[3]);
-    if ((mode != "upload" && mode != "download") || size <= 0) return usage();
+    const bool answer = mode == "answer";
+    if ((mode != "upload" && mode != "download" && !answer) || (size <= 0 && !answer))
+        return usage();
 
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
     google::InitGoogleLogging(argv[0]);
@@ -127,6 +133,20 @@ int main(int argc, char** argv) {
                                                        std::min(length, block.size()));
                                  });
     });
+    // An answer of size bytes of nested arrays, or one without end.
+    server.Post("/dtta", [&](const httplib::Request&, httplib::Response& res) {
+        const auto chunk = [](size_t, size_t length, httplib::DataSink& sink) {
+            static const std::string block(64 * 1024, '[');
+            return sink.write(block.data(), std::min(length, block.size()));
+        };
+        if (size > 0)
+            res.set_content_provider(static_cast<size_t>(size), "application/json", chunk);
+        else
+            res.set_chunked_content_provider("application/json",
+                                             [chunk](size_t offset, httplib::DataSink& sink) {
+                                                 return chunk(offset, 64 * 1024, sink);
+                                             });
+    });
     const int port = server.bind_to_any_port("127.0.0.1");
     std::thread server_thread([&] { server.listen_after_bind(); });
     while (!server.is_running()) QThread::msleep(5);
@@ -139,7 +159,9 @@ int main(int argc, char** argv) {
     clock.start();
 
     QString file_path;
-    if (mode == "upload") {
+    if (answer) {
+        api::upload_information(base + "/dtta", "{}", "bench", "usage", &sink, 1, 30000);
+    } else if (mode == "upload") {
         file_path = QDir(folder).filePath("bench_upload.bin");
         QFile file(file_path);
         if (!file.open(QIODevice::WriteOnly) || !file.resize(size)) return 3;  // sparse
@@ -153,10 +175,12 @@ int main(int argc, char** argv) {
     const qint64 elapsed_ms = clock.elapsed();
     const memory_figures after = read_memory();
 
-    const qint64 moved = mode == "upload" ? uploaded.load() : QFileInfo(file_path).size();
-    printf("%s of %lld MiB: ok=%d state=%d, %lld bytes arrived, %.1f s\n", mode.c_str(),
+    const qint64 moved = answer             ? 0
+                         : mode == "upload" ? uploaded.load()
+                                            : QFileInfo(file_path).size();
+    printf("%s of %lld MiB: ok=%d state=%d %s, %lld bytes arrived, %.1f s\n", mode.c_str(),
            static_cast<long long>(size >> 20), sink.ok.load(), sink.state.load(),
-           static_cast<long long>(moved), elapsed_ms / 1000.0);
+           sink.error_string.c_str(), static_cast<long long>(moved), elapsed_ms / 1000.0);
     printf("resident before %ld KiB, peak during %ld KiB, after %ld KiB: growth %ld KiB\n",
            before.rss_kib, peak, after.rss_kib, peak - before.rss_kib);
     printf("peak resident (VmHWM) before %ld KiB, after %ld KiB\n", before.hwm_kib, after.hwm_kib);
@@ -165,6 +189,6 @@ int main(int argc, char** argv) {
     api::information_clean();
     server.stop();
     server_thread.join();
-    QFile::remove(file_path);
-    return moved >= size ? 0 : 1;
+    if (!file_path.isEmpty()) QFile::remove(file_path);
+    return answer || moved >= size ? 0 : 1;
 }

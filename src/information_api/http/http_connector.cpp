@@ -159,6 +159,11 @@ void http_connector::connect_reply_signals(QNetworkReply* reply) {
 }
 
 void http_connector::limit_answer(QNetworkReply* reply, qint64 limit) {
+    // An announced length is refused with the headers, before the body comes.
+    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply, limit] {
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && length.toLongLong() > limit) refuse_answer(reply, limit);
+    });
     connect(reply, &QNetworkReply::downloadProgress, this,
             [this, reply, limit](qint64 received, qint64 total) {
                 if (received > limit || total > limit) refuse_answer(reply, limit);
