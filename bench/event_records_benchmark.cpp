@@ -117,6 +117,53 @@ TEST_F(event_records_benchmark, session_start_with_the_machine_probes) {
     print("session start, later", summarise(nanoseconds));
 }
 
+// The record store over 10,000 records: half of them 40 days old, half 10.
+TEST_F(event_records_benchmark, record_store_over_ten_thousand_records) {
+    const int total = 10000;
+    const QDateTime start = QDateTime::currentDateTime();
+    qApp->setProperty("start_time", start);
+    QStringList oldest_first;
+    for (int i = 0; i < total; ++i) {
+        const QString name = QString("keploinfo/%1.").arg(i, 5, 10, QChar('0'));
+        for (const char* extension : {"info2", "score2"}) {
+            QFile file(name + extension);
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write("[General]\ntype=usage\ndata=@ByteArray({})\n");
+            file.flush();
+            file.setFileTime(start.addDays(i < total / 2 ? -40 : -10).addSecs(i),
+                             QFileDevice::FileModificationTime);
+        }
+        oldest_first << QFileInfo(name + "info2").absoluteFilePath();
+    }
+    const auto best_of = [](int runs, const std::function<void()>& work) {
+        std::vector<qint64> nanoseconds;
+        QElapsedTimer timer;
+        for (int i = 0; i < runs; ++i) {
+            timer.start();
+            work();
+            nanoseconds.push_back(timer.nsecsElapsed());
+        }
+        return summarise(nanoseconds);
+    };
+    QStringList due;
+    print("list_due_records, 10,000 due", best_of(7, [&] {
+              due.clear();
+              manager_->list_due_records(due);
+          }));
+    EXPECT_EQ(due, oldest_first);
+    QStringList scores;
+    print("list_score_files, 10,000", best_of(7, [&] {
+              scores.clear();
+              manager_->list_score_files(scores);
+          }));
+    EXPECT_EQ(scores.size(), total);
+    print("delete_old_records, 5,000 of 10,000",
+          best_of(1, [&] { manager_->delete_old_records(); }));
+    print("delete_old_records, none of 5,000", best_of(7, [&] { manager_->delete_old_records(); }));
+    due.clear();
+    EXPECT_EQ(manager_->list_due_records(due), total / 2);
+}
+
 TEST_F(event_records_benchmark, one_event_of_each_kind) {
     int n = 0;
     print("scan", time_new_files([&] { manager_->record_scan(sample_scan(n++), 1); }));

@@ -4,12 +4,19 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
 #include <algorithm>
 #include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <sys/stat.h>
+#endif
 
 #include "windows_information_imp.h"
 
@@ -21,32 +28,54 @@ namespace {
 const char* const record_folder = "./keploinfo/";
 
 struct record_entry {
-    QFileInfo file;
-    QDateTime modified;
-    qint64 modified_ms;
+    QString name;
+    QString path;        // absolute
+    qint64 modified_ms;  // UTC, milliseconds since the epoch
 };
 
-// The record files matching pattern, oldest first, in the order of a QDir
-// sorted by time (newest first, equal times by name) walked from its end.
-// The sort is done here on times read once per file: QDir reads them afresh,
-// with a time zone conversion, at every comparison, which made a listing of
-// ten thousand files take most of a second.
-std::vector<record_entry> records_oldest_first(const QString& pattern) {
-    QDir folder(record_folder);
-    folder.setNameFilters(QStringList(pattern));
+// The last modification of a file, read from the file system as UTC
+// milliseconds: QFileInfo hands out local date-times, whose conversions cost
+// several time-zone lookups per file, which made a listing of ten thousand
+// records take a third of a second.
+qint64 modified_msecs(const QString& path) {
+#ifdef _WIN32
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(reinterpret_cast<const wchar_t*>(path.utf16()), GetFileExInfoStandard,
+                              &data))
+        return 0;
+    ULARGE_INTEGER ticks;  // 100 ns since 1601
+    ticks.LowPart = data.ftLastWriteTime.dwLowDateTime;
+    ticks.HighPart = data.ftLastWriteTime.dwHighDateTime;
+    return static_cast<qint64>(ticks.QuadPart / 10000) - 11644473600000LL;
+#else
+    struct stat status;
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0) return 0;
+    return static_cast<qint64>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
+#endif
+}
+
+// The record files with this extension (in any letter case, as a QDir name
+// filter takes it), oldest first, in the order of a QDir sorted by time
+// (newest first, equal times by name) walked from its end. Times are read
+// once per file and sorted here, names are matched and paths joined by hand:
+// the QDir way cost most of a listing of ten thousand records.
+std::vector<record_entry> records_oldest_first(const QString& extension) {
+    const QString folder = QDir(record_folder).absolutePath() + '/';
+    std::vector<record_entry> records;
     // Hidden too: a session that never started writes its usage record as
     // ".info2", which is an ordinary file on Windows. Records are regular
     // files: a link could lead to any file of the machine.
-    folder.setFilter(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
-    folder.setSorting(QDir::Unsorted);
-    std::vector<record_entry> records;
-    for (const QFileInfo& file : folder.entryInfoList()) {
-        const QDateTime modified = file.lastModified();
-        records.push_back({file, modified, modified.toMSecsSinceEpoch()});
+    QDirIterator entries(record_folder, QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    while (entries.hasNext()) {
+        entries.next();
+        const QString name = entries.fileName();
+        if (!name.endsWith(extension, Qt::CaseInsensitive)) continue;
+        const QString path = folder + name;
+        records.push_back({name, path, modified_msecs(path)});
     }
     std::sort(records.begin(), records.end(), [](const record_entry& a, const record_entry& b) {
         if (a.modified_ms != b.modified_ms) return a.modified_ms < b.modified_ms;
-        return a.file.fileName() > b.file.fileName();
+        return a.name > b.name;
     });
     return records;
 }
@@ -63,37 +92,40 @@ QDateTime application_start_time() {
 
 void windows_information_imp::delete_old_records() {
     const int remain = system_setting("remain", 30);
-    const QDateTime now = QDateTime::currentDateTime();
-    for (const record_entry& record : records_oldest_first("*.info2")) {
+    // A file is older than remain whole calendar days when it was last
+    // written before the local midnight that began the day remain days ago.
+    const QDate today = QDate::currentDate();
+    const qint64 young_from = QDateTime(today.addDays(-remain), QTime(0, 0)).toMSecsSinceEpoch();
+    for (const record_entry& record : records_oldest_first(".info2")) {
         // Every later file is newer, so the first young one ends the pass.
-        if (record.modified.daysTo(now) <= remain) break;
-        const QString path = record.file.absoluteFilePath();
-        LOG(INFO) << "delete file " << path.toStdString();
-        QFile::remove(path);
+        if (record.modified_ms >= young_from) break;
+        LOG(INFO) << "delete file " << record.path.toStdString();
+        QFile::remove(record.path);
     }
     // Score files are kept whatever their age.
 }
 
 int windows_information_imp::list_due_records(QStringList& out) {
     const QDateTime start = application_start_time();
+    if (!start.isValid()) return 0;
+    const qint64 start_ms = start.toMSecsSinceEpoch();
     int listed = 0;
-    for (const record_entry& record : records_oldest_first("*.info2")) {
+    for (const record_entry& record : records_oldest_first(".info2")) {
         // Files of the running session (and ones finished just before it) wait
-        // for a later run.
-        const qint64 secs = record.modified.secsTo(start);
+        // for a later run. Whole seconds, cut toward zero, as QDateTime counts.
+        const qint64 secs = (start_ms - record.modified_ms) / 1000;
         if (secs < 3) continue;
-        const QString path = record.file.absoluteFilePath();
-        LOG(INFO) << "day_diff" << secs << "upload file " << path.toStdString();
-        out.append(path);
+        LOG(INFO) << "day_diff" << secs << "upload file " << record.path.toStdString();
+        out.append(record.path);
         listed = out.size();
     }
     return listed;
 }
 
 void windows_information_imp::list_score_files(QStringList& out) {
-    for (const record_entry& record : records_oldest_first("*.score2")) {
-        LOG(INFO) << "file=" << record.file.fileName().toStdString();
-        out.append(record.file.absoluteFilePath());
+    for (const record_entry& record : records_oldest_first(".score2")) {
+        LOG(INFO) << "file=" << record.name.toStdString();
+        out.append(record.path);
     }
 }
 
