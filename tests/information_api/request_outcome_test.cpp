@@ -229,6 +229,11 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
         {}},
     outcome_case{"descriptor_nested_257_deep", request::descriptor, 200, nested(257), {rejected},
         {"error: json parse error : isEmpty=1isNull=1"}},
+    // Qt's parser would lose the memory of a container whose name repeats.
+    outcome_case{"descriptor_repeating_a_container_name", request::descriptor, 200,
+        R"({"a":{"b":1},"a":1})", {rejected}, {"error: json parse error : isEmpty=1isNull=1"}},
+    outcome_case{"descriptor_repeating_a_scalar_name", request::descriptor, 200,
+        R"({"a":1,"a":{"b":2}})", {accepted}, {}},
     outcome_case{"descriptor_endless_answer", request::descriptor, 200, "",
         {{false, 10, -2, "answer larger than 16777216 bytes, not read", ""}}, {},
         setup::endless_answer}),

@@ -1,5 +1,7 @@
 #include "answer_bounds.h"
 
+#include "json_outline.h"
+
 namespace TarvoConsumerScanner {
 namespace information_api {
 
@@ -15,26 +17,7 @@ QString oversized_answer_text(qint64 limit) {
 }
 
 bool nesting_within(const QByteArray& json, int limit) {
-    int depth = 0;
-    bool in_string = false;
-    bool escaped = false;
-    for (const char c : json) {
-        if (in_string) {
-            if (escaped)
-                escaped = false;
-            else if (c == '\\')
-                escaped = true;
-            else if (c == '"')
-                in_string = false;
-        } else if (c == '"') {
-            in_string = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > limit) return false;
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
-        }
-    }
-    return true;
+    return !outline_of(json, limit).too_deep;
 }
 
 QByteArray quoted_answer_bytes(const QByteArray& body) {

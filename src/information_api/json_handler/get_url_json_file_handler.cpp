@@ -6,6 +6,7 @@
 
 #include "answer_bounds.h"
 #include "json_handler.h"
+#include "json_outline.h"
 
 namespace TarvoConsumerScanner {
 namespace information_api {
@@ -22,10 +23,14 @@ int get_url_json_file_handler::handle(QNetworkReply* reply) {
     try {
         QJsonParseError parse_error;
         // Nested deeper than a descriptor ever is: as unparsable as a broken
-        // text, so that no host walks a document of a thousand levels.
-        const QJsonDocument doc = nesting_within(body, max_answer_nesting)
-                                      ? QJsonDocument::fromJson(body, &parse_error)
-                                      : QJsonDocument();
+        // text, so that no host walks a document of a thousand levels. A
+        // name repeated over an array or object is refused too: Qt's parser
+        // would lose the earlier value's memory, a leak a service could
+        // repeat at will.
+        const json_outline outline = outline_of(body, max_answer_nesting);
+        const QJsonDocument doc = outline.too_deep || outline.replaces_a_container
+                                      ? QJsonDocument()
+                                      : QJsonDocument::fromJson(body, &parse_error);
         if (doc.isEmpty() || doc.isNull()) {
             LOG(WARNING) << "error: json parse error : isEmpty=" << doc.isEmpty()
                          << "isNull=" << doc.isNull();

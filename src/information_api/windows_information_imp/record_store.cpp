@@ -30,6 +30,10 @@ namespace {
 
 const char* const record_folder = "./keploinfo/";
 
+// A record is a usage document with its events: kilobytes. A larger file is
+// not one of the library's records.
+constexpr qint64 max_record_file_size = 16 * 1024 * 1024;
+
 struct record_entry {
     QString name;
     QString path;        // absolute
@@ -81,6 +85,21 @@ std::vector<record_entry> records_oldest_first(const QString& extension) {
         return a.name > b.name;
     });
     return records;
+}
+
+// Whether a file is no larger than a record can be and none of its values is
+// a serialized variant: the library writes a byte array and a text, while
+// QSettings rebuilds any Qt type a variant names (a pixmap, in a process
+// without a GUI, aborts it).
+bool holds_only_record_values(const QString& path) {
+    QFile file(path);
+    if (file.size() > max_record_file_size || !file.open(QIODevice::ReadOnly)) return false;
+    while (!file.atEnd()) {
+        const QByteArray line = file.readLine();
+        const int equals = line.indexOf('=');
+        if (equals >= 0 && line.mid(equals + 1).trimmed().startsWith("@Variant(")) return false;
+    }
+    return true;
 }
 
 // The host sets "start_time" on its application object; without it (or
@@ -137,9 +156,10 @@ int windows_information_imp::read_record_file(const QString& path, QString& data
         LOG(INFO) << "file not exist" << path.toStdString();
         return -1;
     }
-    // Only a regular file is a record: never what a link leads to.
+    // Only a regular file is a record: never what a link leads to, nor a
+    // file the library cannot have written.
     const QFileInfo file(path);
-    if (file.isSymLink() || !file.isFile()) {
+    if (file.isSymLink() || !file.isFile() || !holds_only_record_values(path)) {
         LOG(WARNING) << "not a record file: " << path.toStdString();
         return -1;
     }
