@@ -32,7 +32,9 @@ void complain(const QString& line) {
 }
 
 QString shown_path(const QString& path) {
-    return QDir::current().relativeFilePath(path);
+    // The working folder is entered once, before any command runs.
+    static const QDir working_folder = QDir::current();
+    return working_folder.relativeFilePath(path);
 }
 
 }  // namespace uploader
