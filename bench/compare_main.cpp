@@ -217,7 +217,8 @@ int compare(QStringList arguments) {
     listing_records();
     write_records(scores, 10000, ".score2", [](int i) { return 60 + i; });
     const QString sh = "/bin/sh";
-    const int uploader_parallel = 4;
+    // information_uploader's default.
+    const int uploader_parallel = 8;
 
     std::vector<row> rows;
     auto add = [&rows](QString work_text, QString target, side ours, side peer) {
@@ -261,7 +262,7 @@ int compare(QStringList arguments) {
     }
     if (sweep) {
         const QString host = uploader_host(1000);
-        for (const int parallel : {1, 2, 8, 16, 32})
+        for (const int parallel : {1, 2, 4, 16, 32})
             add(QString("information_uploader upload, 1,000 records, %1 in flight").arg(parallel),
                 "—",
                 {"uploader",

@@ -77,6 +77,8 @@ QByteArray download_staging::staged_sha256() const {
 QString download_staging::commit() {
     // Flushed first, so that a crash cannot leave PATH renamed but empty.
     if (!sync_to_disk(staged_, O_RDONLY)) return "cannot flush " + staged_ + " to disk";
+    // A replaced file keeps its permissions (an executable bit, say).
+    if (QFile::exists(target_)) QFile::setPermissions(staged_, QFile::permissions(target_));
     if (std::rename(QFile::encodeName(staged_).constData(),
                     QFile::encodeName(target_).constData()) != 0)
         return QString("cannot move the file to %1: %2").arg(target_, std::strerror(errno));

@@ -62,7 +62,7 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
                                    "upload: repeat every configured interval "
                                    "(\"time_intval\", seconds) until interrupted.");
     const QCommandLineOption parallel({"j", "parallel"},
-                                      "upload: requests in flight at once (default 4).", "N", "4");
+                                      "upload: requests in flight at once (default 8).", "N", "8");
     const QCommandLineOption upload_url(
         "upload-url", "Information-upload address instead of the configured one.", "url");
     const QCommandLineOption file_url("file-url", "File-upload address instead of the library's.",

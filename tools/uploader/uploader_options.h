@@ -12,7 +12,7 @@ struct uploader_options {
     bool force = false;
     bool dry_run = false;
     bool watch = false;
-    int parallel = 4;
+    int parallel = 8;
     bool verbose = false;
     // Overrides of the library's addresses; empty: the library's.
     QString upload_url;
