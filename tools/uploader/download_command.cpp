@@ -23,6 +23,7 @@ namespace {
 
 // The library waits two seconds after the last byte before it reports the
 // end; the watchdog must not be shorter than that.
+const int library_pause_seconds = 2;
 const int minimum_stall_seconds = 3;
 
 QString size_text(qint64 bytes) {
@@ -74,7 +75,10 @@ public:
 private:
     void progress(qint64 received, qint64 total) {
         if (done_) return;
-        watchdog_.start(stall_seconds_ * 1000);
+        // Once all has come, the library pauses before it reports the end:
+        // silence then is not yet a failure.
+        const bool complete = total > 0 && received >= total;
+        watchdog_.start((stall_seconds_ + (complete ? library_pause_seconds : 0)) * 1000);
         received_ = received;
         total_ = total;
         // Without an announced size the toolkit reports -1 until the closing
