@@ -63,7 +63,8 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
     plain.on_get("/unsized-cut", unsized(installer, true));
     plain.start();
     secure.start();
-    configure(1, 1, "");
+    // A connect time of 4 s: the watchdog waits that long, longer than a busy machine pauses.
+    configure(1, 4, "");
 
     const QStringList checked{"--sha256", sha, "--size", size};
     // clang-format off
