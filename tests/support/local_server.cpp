@@ -121,6 +121,19 @@ void local_server::answer_chunked(const std::string& pattern, std::string conten
     });
 }
 
+void local_server::answer_truncated(const std::string& pattern, std::string content,
+                                    std::size_t sent_bytes) {
+    auto shared = std::make_shared<std::string>(std::move(content));
+    on_get(pattern, [shared, sent_bytes](const httplib::Request&, httplib::Response& res) {
+        res.set_content_provider(
+            shared->size(), "application/octet-stream",
+            [shared, sent_bytes](size_t offset, size_t length, httplib::DataSink& sink) {
+                if (offset >= sent_bytes) return false;  // drops the connection
+                return sink.write(shared->data() + offset, std::min(length, sent_bytes - offset));
+            });
+    });
+}
+
 void local_server::answer_endlessly(const std::string& pattern) {
     handler h = [](const httplib::Request&, httplib::Response& res) {
         res.set_chunked_content_provider("application/json", [](size_t, httplib::DataSink& sink) {

@@ -70,6 +70,9 @@ public:
     void answer_chunked(const std::string& pattern, std::string content, std::size_t chunk_size,
                         int pause_ms);
 
+    // Announces content's full length but sends only its first sent_bytes,
+    // then drops the connection.
+    void answer_truncated(const std::string& pattern, std::string content, std::size_t sent_bytes);
     // Answers without end, chunk after chunk, until the client goes away.
     void answer_endlessly(const std::string& pattern);
 

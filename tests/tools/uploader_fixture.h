@@ -10,50 +10,54 @@
 #include "tool_process.h"
 
 // A host's working folder for information_uploader: res/system.ini,
-// url_config.ini and keploinfo/, in the test's own temporary folder.
+// url_config.ini and keploinfo/, in the test's own temporary folder. A table
+// gives each row a fresh one with use_host.
 class uploader_test : public testing::Test {
 protected:
-    const QString host = QDir::current().absoluteFilePath("host");
+    QString host;
 
-    void SetUp() override { QDir().mkpath(host + "/keploinfo"); }
+    void SetUp() override { use_host("host"); }
 
-    // Writes res/system.ini.
-    void system_settings(int enable, int connect_time, int interval = 60, int test = 0) {
+    void use_host(const QString& name) {
+        host = QDir::current().absoluteFilePath(name);
+        QDir().mkpath(host + "/keploinfo");
+    }
+
+    // Writes res/system.ini and url_config.ini (the information-upload address).
+    void configure(int enable, int connect_time, const QString& address, int interval = 60,
+                   int test = 0) {
         tool_test::write_text(host + "/res/system.ini",
-                              QString("[General]\nenable=%1\nconnect_time=%2\ntime_intval=%3\n"
-                                      "test=%4\n")
-                                  .arg(enable)
-                                  .arg(connect_time)
-                                  .arg(interval)
-                                  .arg(test)
+                              QString::asprintf("[General]\nenable=%d\nconnect_time=%d\n"
+                                                "time_intval=%d\ntest=%d\n",
+                                                enable, connect_time, interval, test)
                                   .toUtf8());
-    }
-
-    // Writes url_config.ini with the information-upload address.
-    void upload_address(const QString& url) {
         tool_test::write_text(host + "/url_config.ini",
-                              QString("[General]\nupload_url=%1\n").arg(url).toUtf8());
+                              "[General]\nupload_url=" + address.toUtf8());
     }
 
-    QString record(const QString& name) const { return host + "/keploinfo/" + name; }
-
-    // A record last written age_seconds ago.
+    // A record last written age_seconds ago; returns its path.
     QString add_record(const QString& name, const QString& type, int age_seconds = 60) {
-        const QString path = record(name);
+        const QString path = host + "/keploinfo/" + name;
         tool_test::write_record(path, QString(R"({"record":"%1"})").arg(name).toUtf8(), type,
                                 age_seconds);
         return path;
     }
 
-    tool_test::tool_result uploader(const QStringList& arguments, int timeout_ms = 20000) {
+    tool_test::tool_result uploader(const QStringList& arguments) {
         return tool_test::run_tool(INFORMATION_UPLOADER_PATH,
-                                   arguments + QStringList{"--workdir", host}, QString(),
-                                   timeout_ms);
+                                   arguments + QStringList{"--workdir", host});
     }
 };
 
-// Prints a run's output when an assertion about it fails.
+// A run's output, for the message of a failed assertion.
 inline std::string shown(const tool_test::tool_result& result) {
     return "exit " + std::to_string(result.exit_code) + "\n--- stdout\n" +
            result.out.toStdString() + "--- stderr\n" + result.err.toStdString();
+}
+
+// Whether text holds every one of lines; names the first one missing.
+inline testing::AssertionResult holds_all(const QString& text, const QStringList& lines) {
+    for (const QString& line : lines)
+        if (!text.contains(line)) return testing::AssertionFailure() << "no " << line.toStdString();
+    return testing::AssertionSuccess();
 }

@@ -23,11 +23,15 @@ indent() { sed 's/^/   /'; }
 
 step "1. A local stand-in for the web service"
 mkdir -p "$work/service/software/demo-scanner-suite" "$work/service/files" "$work/host/res"
-cat > "$work/service/software/demo-scanner-suite/interface.json" <<'JSON'
-{"software": "demo-scanner-suite", "version": "1.5.0",
- "installer": {"file": "demo-setup.exe", "notes": "Faster meshing."}}
-JSON
 head -c $((24 * 1024 * 1024)) /dev/urandom > "$work/service/files/demo-setup.exe"
+# The descriptor names the installer with its size and SHA-256, so that a host
+# can check what it downloaded before it runs it.
+cat > "$work/service/software/demo-scanner-suite/interface.json" <<JSON
+{"software": "demo-scanner-suite", "version": "1.5.0",
+ "installer": {"file": "demo-setup.exe", "notes": "Faster meshing.",
+               "size": $(stat -c %s "$work/service/files/demo-setup.exe"),
+               "sha256": "$(sha256sum "$work/service/files/demo-setup.exe" | cut -d' ' -f1)"}}
+JSON
 "$collector" --port 0 --database "$work/service/collector.sqlite" \
   --upload-dir "$work/service/uploads" --software-dir "$work/service/software" \
   --files-dir "$work/service/files" > "$work/service/collector.log" 2>&1 &
@@ -78,16 +82,30 @@ if command -v sqlite3 >/dev/null 2>&1; then
 fi
 
 step "7. The software descriptor, from the CDN address"
-uploader_run descriptor demo-scanner-suite | indent
+uploader_run descriptor demo-scanner-suite > "$work/host/descriptor.json"
+indent < "$work/host/descriptor.json"
+# The installer's size and hash, as the descriptor gives them.
+field() { grep -o "\"$1\": *\"\\?[0-9a-f]*" "$work/host/descriptor.json" | grep -o '[0-9a-f]*$'; }
+installer_size="$(field size)"
+installer_sha256="$(field sha256)"
 
 step "8. A feedback attachment goes up as a file"
 printf 'a picture of the scanned vase\n' > "$work/host/vase.png"
 echo "   stored as file id $(uploader_run send-file "$work/host/vase.png" 2>/dev/null)"
 
-step "9. Downloading the installer"
+step "9. Downloading the installer, checked against the descriptor"
 mkdir -p "$work/host/downloads"
+echo "   size $installer_size bytes, SHA-256 $installer_sha256"
 uploader_run download "$service/files/demo-setup.exe" \
-  "$work/host/downloads/demo-setup.exe"
+  "$work/host/downloads/demo-setup.exe" --size "$installer_size" --sha256 "$installer_sha256"
+echo "   a tampered copy is refused and leaves the installer in place:"
+cp "$work/service/files/demo-setup.exe" "$work/service/files/tampered-setup.exe"
+printf 'X' | dd of="$work/service/files/tampered-setup.exe" bs=1 seek=1000 conv=notrunc status=none
+if uploader_run download "$service/files/tampered-setup.exe" \
+  "$work/host/downloads/demo-setup.exe" --size "$installer_size" --sha256 "$installer_sha256" 2>&1 | indent; then
+  echo "   the tampered installer was accepted" >&2
+  exit 1
+fi
 if cmp -s "$work/service/files/demo-setup.exe" "$work/host/downloads/demo-setup.exe"; then
   echo "   the downloaded installer matches the served one byte for byte"
 else

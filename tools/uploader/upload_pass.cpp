@@ -1,6 +1,7 @@
 #include "upload_pass.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 namespace uploader {
 
@@ -36,6 +37,11 @@ void upload_pass::start_record(const QString& path) {
         return keep("failed", path, type, "the record file is gone");
     if (data.isEmpty() || type.isEmpty())
         return keep("failed", path, type, "the record has no data or no type");
+    // The library puts the type into the address as it is: "&", "#", "?" or
+    // a blank would change where the record goes.
+    static const QRegularExpression plain_word("^[A-Za-z0-9_-]+$");
+    if (!plain_word.match(type).hasMatch())
+        return keep("failed", path, type, "the record's type would change the upload address");
 
     ++in_flight_;
     const int id = context_.tracker.watch(

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QTimer>
 #include <cstdio>
 #include <memory>
@@ -31,7 +32,9 @@ void complain(const QString& line) {
 }
 
 QString shown_path(const QString& path) {
-    return QDir::current().relativeFilePath(path);
+    // The working folder is entered once, before any command runs.
+    static const QDir working_folder = QDir::current();
+    return working_folder.relativeFilePath(path);
 }
 
 }  // namespace uploader
@@ -92,6 +95,11 @@ int main(int argc, char** argv) {
         complain("cannot enter the working folder " + options.workdir);
         return exit_failed;
     }
+
+    // The library reads its TLS switches from the environment at each request.
+    if (options.verify_tls) qputenv("INFORMATION_API_VERIFY_TLS", "1");
+    if (!options.ca_file.isEmpty())
+        qputenv("INFORMATION_API_CA_FILE", QFile::encodeName(options.ca_file));
 
     api::KeploInfoMgr* manager = api::information_init();
     if (!options.upload_url.isEmpty())

@@ -3,6 +3,8 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QSslCertificate>
 
 namespace uploader {
 
@@ -19,7 +21,7 @@ const command_shape commands[] = {
     {"upload", 0, "upload                 send the due records (the default)"},
     {"descriptor", 1, "descriptor SOFTWARE    print the software's descriptor"},
     {"send-file", 1, "send-file PATH         upload a file, print its stored id"},
-    {"download", 2, "download URL PATH      download a file, showing progress"},
+    {"download", 2, "download URL PATH      download a file, check it, move it to PATH"},
     {"status", 0, "status                 show configuration and record counts"},
 };
 
@@ -60,7 +62,7 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
                                    "upload: repeat every configured interval "
                                    "(\"time_intval\", seconds) until interrupted.");
     const QCommandLineOption parallel({"j", "parallel"},
-                                      "upload: requests in flight at once (default 4).", "N", "4");
+                                      "upload: requests in flight at once (default 8).", "N", "8");
     const QCommandLineOption upload_url(
         "upload-url", "Information-upload address instead of the configured one.", "url");
     const QCommandLineOption file_url("file-url", "File-upload address instead of the library's.",
@@ -69,10 +71,16 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
                                      "Descriptor base address instead of the "
                                      "library's.",
                                      "url");
+    const QCommandLineOption sha256("sha256", "download: the file's SHA-256, in hex.", "hex");
+    const QCommandLineOption size("size", "download: the file's size in bytes.", "bytes");
+    const QCommandLineOption verify_tls(
+        "verify-tls", "Verify HTTPS servers against the system's trusted certificates.");
+    const QCommandLineOption ca_file(
+        "ca-file", "Also trust the PEM certificates in this file (implies --verify-tls).", "file");
     const QCommandLineOption verbose({"v", "verbose"},
                                      "Show the library's own log lines on standard error.");
-    parser.addOptions(
-        {workdir, force, dry_run, watch, parallel, upload_url, file_url, cdn_url, verbose});
+    parser.addOptions({workdir, force, dry_run, watch, parallel, upload_url, file_url, cdn_url,
+                       sha256, size, verify_tls, ca_file, verbose});
 
     auto bad = [&parser](const QString& why) {
         return parse_result{parse_result::bad, why + "\n\n" + parser.helpText()};
@@ -95,13 +103,36 @@ parse_result parse_command_line(const QStringList& arguments, uploader_options& 
     out.dry_run = parser.isSet(dry_run);
     out.watch = parser.isSet(watch);
     out.verbose = parser.isSet(verbose);
+    bool number = false;
     if (out.command != "upload") {
         for (const QCommandLineOption* option : {&force, &dry_run, &watch, &parallel})
             if (parser.isSet(*option))
                 return bad(QString("--%1 applies to upload only").arg(option->names().last()));
     }
+    if (out.command != "download") {
+        for (const QCommandLineOption* option : {&sha256, &size})
+            if (parser.isSet(*option))
+                return bad(QString("--%1 applies to download only").arg(option->names().last()));
+    }
     if (out.watch && out.dry_run) return bad("--watch and --dry-run do not go together");
-    bool number = false;
+    if (parser.isSet(sha256)) {
+        out.sha256 = parser.value(sha256).toLower().toLatin1();
+        if (!QRegularExpression("^[0-9a-f]{64}$").match(QString(out.sha256)).hasMatch())
+            return bad("--sha256 wants 64 hexadecimal digits");
+    }
+    if (parser.isSet(size)) {
+        out.size = parser.value(size).toLongLong(&number);
+        if (!number || out.size < 0) return bad("--size wants a number of bytes");
+    }
+    out.verify_tls = parser.isSet(verify_tls) || parser.isSet(ca_file);
+    if (parser.isSet(ca_file)) {
+        const QFileInfo file(parser.value(ca_file));
+        if (QSslCertificate::fromPath(file.absoluteFilePath(), QSsl::Pem,
+                                      QSslCertificate::PatternSyntax::FixedString)
+                .isEmpty())
+            return bad("--ca-file: " + file.filePath() + " holds no PEM certificate");
+        out.ca_file = file.absoluteFilePath();
+    }
     out.parallel = parser.value(parallel).toInt(&number);
     if (!number || out.parallel < 1 || out.parallel > 64)
         return bad("--parallel wants a number from 1 to 64");

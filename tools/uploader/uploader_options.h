@@ -12,12 +12,18 @@ struct uploader_options {
     bool force = false;
     bool dry_run = false;
     bool watch = false;
-    int parallel = 4;
+    int parallel = 8;
     bool verbose = false;
     // Overrides of the library's addresses; empty: the library's.
     QString upload_url;
     QString file_url;
     QString cdn_url;
+    // download: what the file must be; empty / -1: not given.
+    QByteArray sha256;  // 64 lowercase hex digits
+    qint64 size = -1;
+    // Verified TLS for every request; ca_file adds trusted certificates.
+    bool verify_tls = false;
+    QString ca_file;  // absolute
 };
 
 // Result of reading the command line.

@@ -102,10 +102,10 @@ private:
 QVariant to_variant(const response_info_t& info);
 
 // Switches off peer verification and pins TLS 1.2 on request's own TLS
-// configuration.
+// configuration; verifies instead when verified TLS is on (tls_policy.h).
 void relax_tls(QNetworkRequest& request);
 // Same, on a fresh default configuration, but only when url starts with
-// "https:" in any letter case.
+// "https:" in any letter case (verified TLS applies whatever the url).
 void relax_tls_for_https_url(QNetworkRequest& request, const QString& url);
 
 }  // namespace information_api
