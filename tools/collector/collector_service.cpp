@@ -102,10 +102,10 @@ void collector_service::accept_information(const httplib::Request& req, httplib:
     if (type.isEmpty()) return answer_failed(res, "no type given");
 
     QString error;
-    const qint64 id = database_.add_information(
-        {utc_now_text(), QString::fromStdString(app_id), type, QString::fromStdString(req.body)},
-        error);
-    if (id < 0) return answer_failed(res, "could not store: " + error, 500);
+    if (!database_.add_information({utc_now_text(), QString::fromStdString(app_id), type,
+                                    QString::fromStdString(req.body)},
+                                   error))
+        return answer_failed(res, "could not store: " + error, 500);
     answer_success(res);
 }
 
@@ -137,7 +137,7 @@ void collector_service::accept_file(const httplib::Request& req, httplib::Respon
     row.size = qint64(part.content.size());
     row.stored_path = stored_path;
     QString error;
-    if (database_.add_file(row, error) < 0) {
+    if (!database_.add_file(row, error)) {
         QFile::remove(stored_path);
         return answer_failed(res, "could not store: " + error, 500);
     }
