@@ -73,13 +73,9 @@ bool connection_stream::handshake() {
     request_start_ = clock::now();
     for (;;) {
         ERR_clear_error();
-        const int result = SSL_accept(ssl_.get());
-        if (result == 1) return true;
-        const int error = SSL_get_error(ssl_.get(), result);
-        const short events = error == SSL_ERROR_WANT_READ    ? POLLIN
-                             : error == SSL_ERROR_WANT_WRITE ? POLLOUT
-                                                             : 0;
-        if (!events || !wait(events, false)) {
+        const io step = tls_outcome(SSL_accept(ssl_.get()));
+        if (step.bytes > 0) return true;
+        if (!step.wait_for || !wait(step.wait_for, false)) {
             broken_ = true;
             return false;
         }
@@ -188,18 +184,7 @@ void connection_stream::get_local_ip_and_port(std::string& ip, int& port) const 
 connection_stream::io connection_stream::receive(char* ptr, size_t size) const {
     if (ssl_) {
         ERR_clear_error();
-        const int n = SSL_read(ssl_.get(), ptr, int(std::min<size_t>(size, INT_MAX)));
-        if (n > 0) return {n, 0};
-        switch (SSL_get_error(ssl_.get(), n)) {
-            case SSL_ERROR_WANT_READ:
-                return {-1, POLLIN};
-            case SSL_ERROR_WANT_WRITE:
-                return {-1, POLLOUT};
-            case SSL_ERROR_ZERO_RETURN:
-                return {0, 0};
-            default:
-                return {-1, 0};
-        }
+        return tls_outcome(SSL_read(ssl_.get(), ptr, int(std::min<size_t>(size, INT_MAX))));
     }
     for (;;) {
         const ssize_t n = ::recv(sock_, ptr, size, 0);
@@ -211,21 +196,28 @@ connection_stream::io connection_stream::receive(char* ptr, size_t size) const {
 connection_stream::io connection_stream::send(const char* ptr, size_t size) const {
     if (ssl_) {
         ERR_clear_error();
-        const int n = SSL_write(ssl_.get(), ptr, int(std::min<size_t>(size, INT_MAX)));
-        if (n > 0) return {n, 0};
-        switch (SSL_get_error(ssl_.get(), n)) {
-            case SSL_ERROR_WANT_READ:
-                return {-1, POLLIN};
-            case SSL_ERROR_WANT_WRITE:
-                return {-1, POLLOUT};
-            default:
-                return {-1, 0};
-        }
+        return tls_outcome(SSL_write(ssl_.get(), ptr, int(std::min<size_t>(size, INT_MAX))));
     }
     for (;;) {
         const ssize_t n = ::send(sock_, ptr, size, MSG_NOSIGNAL);
         if (n >= 0) return {n, 0};
         if (errno != EINTR) return {-1, would_block(POLLOUT)};
+    }
+}
+
+// What a TLS call's result means: bytes moved, the end of the stream, what
+// to wait for, or failure.
+connection_stream::io connection_stream::tls_outcome(int result) const {
+    if (result > 0) return {result, 0};
+    switch (SSL_get_error(ssl_.get(), result)) {
+        case SSL_ERROR_WANT_READ:
+            return {-1, POLLIN};
+        case SSL_ERROR_WANT_WRITE:
+            return {-1, POLLOUT};
+        case SSL_ERROR_ZERO_RETURN:
+            return {0, 0};
+        default:
+            return {-1, 0};
     }
 }
 

@@ -60,6 +60,7 @@ private:
     };
     io receive(char* ptr, size_t size) const;
     io send(const char* ptr, size_t size) const;
+    io tls_outcome(int result) const;
     bool wait(short events, bool answering) const;
     clock::time_point deadline() const;
     bool stopping() const { return rules_.stopping && rules_.stopping->load(); }
