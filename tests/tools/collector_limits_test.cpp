@@ -33,8 +33,7 @@ TEST(collector_limits, misbehaving_clients_are_cut_off_and_others_are_served_mea
     };
     // clang-format on
     for (int i = 0; i < 8; ++i)
-        table.push_back(
-            {"a header line at a time", "GET / HTTP/1.1\r\n", "X: y\r\n", "408", too_long});
+        table.push_back({"slow headers", "GET / HTTP/1.1\r\n", "X: y\r\n", "408", too_long});
     std::vector<std::unique_ptr<raw_client>> clients;
     std::vector<QByteArray> received(table.size());
     for (const misbehaviour& row : table) {
