@@ -1,82 +1,119 @@
-// information_collector as a process: start-up, HTTPS, arguments, shutdown.
-#include <gtest/gtest.h>
-#include <httplib.h>
+// information_collector as a process: start-up, HTTPS, and how it stops.
 #include <signal.h>
 
 #include <QDir>
-#include <QFileInfo>
+#include <QFile>
+#include <atomic>
+#include <thread>
 
+#include "collector_client.h"
 #include "local_server.h"
-#include "tool_process.h"
 
 namespace {
 
+using namespace collector_test;
 using tool_test::collector_process;
-using tool_test::run_tool;
 
-TEST(collector_process, stops_cleanly_on_sigterm_and_sigint) {
-    for (int signal_number : {SIGTERM, SIGINT}) {
-        collector_process collector("collector");
-        const auto result = collector.tool().stop(signal_number);
+TEST(collector_process, stops_within_two_seconds_and_keeps_what_it_acknowledged) {
+    QDir().mkpath("installers");
+    QFile installer("installers/big.bin");
+    ASSERT_TRUE(installer.open(QIODevice::WriteOnly) && installer.resize(256 << 20));
+    struct stop {
+        const char* name;
+        std::vector<int> signal_numbers;
+        bool busy;  // uploads under way, a slow request, a download nobody reads
+        int exit_code;
+        QString said;
+    };
+    const std::vector<stop> table{
+        {"SIGTERM", {SIGTERM}, false, 0, "information_collector: stopped (Terminated)"},
+        {"SIGINT while busy", {SIGINT}, true, 0, "information_collector: stopped (Interrupt)"},
+        {"a second signal", {SIGTERM, SIGINT}, true, 130, "a second signal (Interrupt)"},
+    };
+    for (const stop& row : table) {
+        SCOPED_TRACE(row.name);
+        collector_process collector(row.name, {"--files-dir", "../installers"});
+        std::atomic<int> acknowledged{0};
+        std::vector<std::thread> posters;
+        for (int i = 0; row.busy && i < 4; ++i)
+            posters.emplace_back([&] {
+                httplib::Client client("127.0.0.1", collector.port());
+                for (;;) {
+                    const auto res = client.Post("/d?type=u", {{"X-Auth-AppID", test_app_id}},
+                                                 R"({"n":1})", json_type);
+                    if (!res || res->body != R"({"status":"success"})") return;
+                    ++acknowledged;
+                }
+            });
+        raw_client slow(collector.port());
+        raw_client download(collector.port());
+        if (row.busy) {
+            slow.send("POST /d?type=u HTTP/1.1\r\n");
+            download.send("GET /files/big.bin HTTP/1.1\r\n\r\n");
+            // Meanwhile the download fills the connection and stalls.
+            EXPECT_TRUE(slow.receive(300).isEmpty());
+        }
+        for (int signal_number : row.signal_numbers) {
+            ::kill(collector.tool().pid(), signal_number);
+            ASSERT_TRUE(collector.tool().wait_for_output("information_collector: stopping", 1000));
+        }
+        const auto result = collector.tool().stop(0, 2000);
+        for (std::thread& poster : posters) poster.join();
         EXPECT_TRUE(result.finished);
-        EXPECT_EQ(result.exit_code, 0);
-        EXPECT_TRUE(result.out.contains("information_collector: stopped"))
-            << result.out.toStdString();
+        EXPECT_EQ(result.exit_code, row.exit_code);
+        EXPECT_TRUE(result.out.contains(row.said)) << result.out.toStdString();
+        const int stored = std::stoi(collector.query("SELECT count(*) FROM information")[0][0]);
+        EXPECT_GE(stored, acknowledged.load());
+        EXPECT_LE(stored, acknowledged.load() + 4);  // stored, but the answer was cut
+        EXPECT_EQ(collector.query("PRAGMA integrity_check")[0][0], "ok");
     }
 }
 
-TEST(collector_process, prints_one_line_per_request) {
-    collector_process collector("collector");
-    httplib::Client client("127.0.0.1", collector.port());
-    ASSERT_TRUE(client.Get("/a"));
-    ASSERT_TRUE(client.Get("/b"));
-    // Each line is printed once its answer is out, by the thread that served it.
-    ASSERT_TRUE(collector.tool().wait_for_output("GET /a -> 404"));
-    ASSERT_TRUE(collector.tool().wait_for_output("GET /b -> 404"));
-    const QStringList lines = collector.tool().output().split('\n', Qt::SkipEmptyParts);
-    EXPECT_EQ(lines.filter(" -> ").size(), 2);
-}
-
 TEST(collector_process, serves_https_with_a_certificate_and_key) {
-    QDir().mkpath("tls");
-    const auto tls = test_support::make_self_signed_certificate("tls");
-    collector_process collector(
-        "collector",
-        {"--cert", QFileInfo(QString::fromStdString(tls.certificate)).absoluteFilePath(), "--key",
-         QFileInfo(QString::fromStdString(tls.key)).absoluteFilePath()});
+    const QString folder = QDir::current().absoluteFilePath("tls");
+    QDir().mkpath(folder);
+    const auto tls = test_support::make_self_signed_certificate(folder.toStdString());
+    collector_process collector("https", {"--cert", QString::fromStdString(tls.certificate),
+                                          "--key", QString::fromStdString(tls.key)});
     EXPECT_TRUE(collector.tool().output().contains("listening on https://127.0.0.1:"));
     httplib::SSLClient client("127.0.0.1", collector.port());
     client.enable_server_certificate_verification(false);
-    auto res = client.Post("/dtta?type=usage",
-                           httplib::Headers{{"X-Auth-AppID", "3c1f9a7e55d04b28a6e2f0b9d4c87a13"}},
-                           "{}", "application/json");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->body, R"({"status":"success"})");
-}
-
-TEST(collector_process, bad_arguments_give_usage_and_exit_2) {
-    const QString collector = INFORMATION_COLLECTOR_PATH;
-    for (const QStringList& arguments :
-         {QStringList{"--port", "http"}, QStringList{"--port", "70000"}, QStringList{"extra"},
-          QStringList{"--cert", "c.pem"}, QStringList{"--software-dir", "no/such/folder"},
-          QStringList{"--no-such-option"}}) {
-        const auto result = run_tool(collector, arguments);
-        EXPECT_EQ(result.exit_code, 2) << arguments.join(' ').toStdString();
-        EXPECT_TRUE(result.err.contains("Usage:")) << result.err.toStdString();
+    for (int i = 0; i < 2; ++i) {  // the second over the same connection
+        const auto res = client.Post("/d?type=u", {{"X-Auth-AppID", test_app_id}}, "{}", json_type);
+        ASSERT_TRUE(res);
+        EXPECT_EQ(res->body, R"({"status":"success"})");
     }
 }
 
 TEST(collector_process, says_why_it_cannot_start) {
-    const QString collector = INFORMATION_COLLECTOR_PATH;
-    collector_process first("collector");
-    const auto taken = run_tool(collector, {"--port", QString::number(first.port())}, "collector");
-    EXPECT_EQ(taken.exit_code, 1);
-    EXPECT_TRUE(taken.err.contains("cannot listen on 127.0.0.1:")) << taken.err.toStdString();
-
-    const auto bad_tls = run_tool(
-        collector, {"--port", "0", "--cert", "none.pem", "--key", "none.key"}, "collector");
-    EXPECT_EQ(bad_tls.exit_code, 1);
-    EXPECT_TRUE(bad_tls.err.contains("cannot load the certificate")) << bad_tls.err.toStdString();
+    collector_process first("first");
+    const std::vector<std::tuple<QStringList, int, QStringList>> table{
+        {{"--port", "http"}, 2, {"Usage:"}},
+        {{"--port", "70000"}, 2, {"Usage:"}},
+        {{"extra"}, 2, {"Usage:"}},
+        {{"--cert", "c.pem"}, 2, {"Usage:"}},
+        {{"--software-dir", "no/such/folder"}, 2, {"Usage:"}},
+        {{"--timeout", "0"}, 2, {"Usage:"}},
+        {{"--max-body", "12X"}, 2, {"Usage:"}},
+        {{"--no-such-option"}, 2, {"Usage:"}},
+        {{"--port", QString::number(first.port())}, 1, {"cannot listen on 127.0.0.1:"}},
+        {{"--port", "0", "--cert", "c.pem", "--key", "k.pem"},
+         1,
+         {"cannot load the certificate c.pem or key k.pem"}},
+        // A documentation address, so that nothing listens beyond this machine.
+        {{"--port", "0", "--host", "192.0.2.1"},
+         1,
+         {"warning: listening on 192.0.2.1 lets other machines reach this service",
+          "What does not: there is no login", "cannot listen on 192.0.2.1:0"}},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(std::get<0>(row).join(' ').toStdString());
+        const auto result =
+            tool_test::run_tool(INFORMATION_COLLECTOR_PATH, std::get<0>(row), "first");
+        EXPECT_EQ(result.exit_code, std::get<1>(row));
+        for (const QString& said : std::get<2>(row))
+            EXPECT_TRUE(result.err.contains(said)) << result.err.toStdString();
+    }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "collector_database.h"
 
-#include <QStringList>
+#include <optional>
 
 namespace {
 
@@ -27,77 +27,89 @@ CREATE TABLE IF NOT EXISTS files (
 
 }  // namespace
 
+// The connection and its statements, which go first.
+struct collector_database::handles {
+    explicit handles(const QString& path) : db(path) {
+        // Readers (the sqlite3 command) may look while the collector writes.
+        sqlite3_busy_timeout(db.handle(), 2000);
+        // A commit goes to the write-ahead log without waiting for the disk:
+        // it survives the process being killed (not a power cut) and costs
+        // microseconds instead of a flush per upload.
+        db.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
+        sqlite::transaction schema(db);
+        db.execute(create_tables);
+        schema.commit();
+        insert_information.emplace(
+            db, "INSERT INTO information (received_at, app_id, type, body) VALUES (?, ?, ?, ?)");
+        insert_file.emplace(db,
+                            "INSERT INTO files (dfs_id, received_at, app_id, category, bucket, "
+                            "file_name, size, stored_path) VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+    }
+
+    sqlite::connection db;
+    std::optional<sqlite::statement> insert_information;
+    std::optional<sqlite::statement> insert_file;
+};
+
+collector_database::collector_database() = default;
+
 collector_database::~collector_database() {
     close();
 }
 
 bool collector_database::open(const QString& path, QString& error) {
-    close();
     std::lock_guard<std::mutex> lock(mutex_);
-    if (sqlite3_open_v2(path.toUtf8().constData(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                        nullptr) != SQLITE_OK) {
-        error = QString::fromUtf8(db_ ? sqlite3_errmsg(db_) : "out of memory");
-        sqlite3_close(db_);
-        db_ = nullptr;
+    try {
+        db_.reset();
+        db_ = std::make_unique<handles>(path);
+        return true;
+    } catch (const sqlite::error& e) {
+        error = QString::fromUtf8(e.what());
         return false;
     }
-    // Readers (the sqlite3 command) may look while the collector writes.
-    sqlite3_busy_timeout(db_, 2000);
-    char* message = nullptr;
-    if (sqlite3_exec(db_, create_tables, nullptr, nullptr, &message) != SQLITE_OK) {
-        error = QString::fromUtf8(message ? message : sqlite3_errmsg(db_));
-        sqlite3_free(message);
-        sqlite3_close(db_);
-        db_ = nullptr;
-        return false;
-    }
-    return true;
 }
 
 void collector_database::close() {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (db_) sqlite3_close(db_);
-    db_ = nullptr;
+    db_.reset();
 }
 
-qint64 collector_database::add_information(const information_row& row, QString& error) {
-    return insert("INSERT INTO information (received_at, app_id, type, body) VALUES (?, ?, ?, ?)",
-                  {row.received_at, row.app_id, row.type, row.body}, nullptr, error);
+bool collector_database::add_information(const information_row& row, QString& error) {
+    return store(
+        [&](handles& db) {
+            db.insert_information->bind(1, row.received_at)
+                .bind(2, row.app_id)
+                .bind(3, row.type)
+                .bind(4, row.body)
+                .run();
+        },
+        error);
 }
 
-qint64 collector_database::add_file(const file_row& row, QString& error) {
-    return insert(
-        "INSERT INTO files (dfs_id, received_at, app_id, category, bucket, file_name, "
-        "stored_path, size) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
-        {row.dfs_id, row.received_at, row.app_id, row.category, row.bucket, row.file_name,
-         row.stored_path},
-        &row.size, error);
+bool collector_database::add_file(const file_row& row, QString& error) {
+    return store(
+        [&](handles& db) {
+            db.insert_file->bind(1, row.dfs_id)
+                .bind(2, row.received_at)
+                .bind(3, row.app_id)
+                .bind(4, row.category)
+                .bind(5, row.bucket)
+                .bind(6, row.file_name)
+                .bind(7, row.size)
+                .bind(8, row.stored_path)
+                .run();
+        },
+        error);
 }
 
-// Binds texts to the first parameters and, when given, number to the next one.
-qint64 collector_database::insert(const char* sql, const QStringList& texts, const qint64* number,
-                                  QString& error) {
+bool collector_database::store(const std::function<void(handles&)>& insert, QString& error) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!db_) {
-        error = "database is not open";
-        return -1;
+    try {
+        if (!db_) throw sqlite::error("database is not open");
+        insert(*db_);
+        return true;
+    } catch (const sqlite::error& e) {
+        error = QString::fromUtf8(e.what());
+        return false;
     }
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK) {
-        error = QString::fromUtf8(sqlite3_errmsg(db_));
-        return -1;
-    }
-    int index = 1;
-    for (const QString& text : texts) {
-        const QByteArray utf8 = text.toUtf8();
-        sqlite3_bind_text(statement, index++, utf8.constData(), utf8.size(), SQLITE_TRANSIENT);
-    }
-    if (number) sqlite3_bind_int64(statement, index, *number);
-    qint64 id = -1;
-    if (sqlite3_step(statement) == SQLITE_DONE)
-        id = sqlite3_last_insert_rowid(db_);
-    else
-        error = QString::fromUtf8(sqlite3_errmsg(db_));
-    sqlite3_finalize(statement);
-    return id;
 }

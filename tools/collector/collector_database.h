@@ -1,12 +1,16 @@
 #pragma once
 
-#include <sqlite3.h>
-
 #include <QString>
+#include <functional>
+#include <memory>
 #include <mutex>
+
+#include "sqlite_handle.h"
 
 // The collector's SQLite file: one row per accepted information upload and
 // one per stored file. Request threads share one connection behind a mutex.
+// A row is written (to the write-ahead log) before its add_ call returns, so
+// every acknowledged upload survives the collector being stopped or killed.
 class collector_database {
 public:
     struct information_row {
@@ -26,7 +30,7 @@ public:
         QString stored_path;
     };
 
-    collector_database() = default;
+    collector_database();
     ~collector_database();
     collector_database(const collector_database&) = delete;
     collector_database& operator=(const collector_database&) = delete;
@@ -35,13 +39,14 @@ public:
     bool open(const QString& path, QString& error);
     void close();
 
-    // Each returns the new row's id, or -1 and error says why.
-    qint64 add_information(const information_row& row, QString& error);
-    qint64 add_file(const file_row& row, QString& error);
+    // Each returns false when the row could not be stored, and error says why.
+    bool add_information(const information_row& row, QString& error);
+    bool add_file(const file_row& row, QString& error);
 
 private:
-    qint64 insert(const char* sql, const QStringList& texts, const qint64* number, QString& error);
+    struct handles;
+    bool store(const std::function<void(handles&)>& insert, QString& error);
 
-    sqlite3* db_ = nullptr;
     std::mutex mutex_;
+    std::unique_ptr<handles> db_;
 };

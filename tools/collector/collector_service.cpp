@@ -4,14 +4,19 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
 #include <QUuid>
 #include <memory>
 
+#include "json_answer.h"
+
 namespace {
+
+using httplib::ContentReader;
+using httplib::Request;
+using httplib::Response;
 
 const char* const json_type = "application/json;charset=utf-8";
 
@@ -19,40 +24,33 @@ QString utc_now_text() {
     return QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ssZ");
 }
 
-// {"status":...} first and "result" after it, as the service writes its
-// answers (QJsonObject would sort the keys).
-void answer(httplib::Response& res, const char* status, const QJsonValue& result,
-            int http_status = 200) {
-    QByteArray body = QByteArray("{\"status\":\"") + status + "\"";
-    if (!result.isUndefined()) {
-        const QByteArray wrapped = QJsonDocument(QJsonArray{result}).toJson(QJsonDocument::Compact);
-        body += ",\"result\":" + wrapped.mid(1, wrapped.size() - 2);
-    }
-    body += "}";
-    res.status = http_status;
-    res.set_content(body.toStdString(), json_type);
-}
-
-void answer_success(httplib::Response& res, const QJsonValue& result = QJsonValue::Undefined) {
-    answer(res, "success", result);
-}
-
-void answer_failed(httplib::Response& res, const QString& why, int http_status = 200) {
-    answer(res, "failed", why, http_status);
-}
-
-QString param(const httplib::Request& req, const char* key) {
+QString param(const Request& req, const char* key) {
     return QString::fromStdString(req.get_param_value(key));
 }
 
-// The part of a request path below a served folder, or an empty text when the
-// path would leave the folder.
-QString path_below(const QString& folder, const std::string& relative) {
-    const QString rel = QString::fromStdString(relative);
-    if (folder.isEmpty() || rel.isEmpty()) return QString();
-    for (const QString& part : rel.split('/'))
-        if (part.isEmpty() || part == "." || part == "..") return QString();
-    return QDir(folder).filePath(rel);
+// A refusal after which the rest of the request body cannot be trusted or
+// was never read: the connection ends with the answer.
+void refuse_and_close(Response& res, const QString& why, int http_status = 200) {
+    answer_failed(res, why, http_status);
+    res.set_header("Connection", "close");
+}
+
+void refuse_too_large(Response& res, quint64 limit) {
+    refuse_and_close(res, QString("request body larger than %1 bytes").arg(limit), 413);
+}
+
+// Streams a file with its length announced, so a client can show progress.
+void stream_file(Response& res, const QString& path, const char* content_type) {
+    auto file = std::make_shared<QFile>(path);
+    if (!file->open(QIODevice::ReadOnly)) return answer_failed(res, "cannot read the file", 500);
+    if (file->size() == 0) return res.set_content(std::string(), content_type);
+    res.set_content_provider(
+        size_t(file->size()), content_type,
+        [file](size_t offset, size_t length, httplib::DataSink& sink) {
+            if (!file->seek(qint64(offset))) return false;
+            const QByteArray chunk = file->read(qint64(std::min<size_t>(length, 64 * 1024)));
+            return !chunk.isEmpty() && sink.write(chunk.constData(), size_t(chunk.size()));
+        });
 }
 
 }  // namespace
@@ -65,112 +63,135 @@ collector_service::collector_service(collector_config config, collector_database
     : config_(std::move(config)), database_(database) {}
 
 void collector_service::install(httplib::Server& server) {
-    server.Post(".*",
-                [this](const httplib::Request& req, httplib::Response& res) { on_post(req, res); });
+    server.Post(".*", [this](const Request& req, Response& res, const ContentReader& reader) {
+        if (refused_before_body(req, res)) return;
+        if (req.is_multipart_form_data())
+            accept_file(req, res, reader);
+        else
+            accept_information(req, res, reader);
+    });
+    // curl asks before it sends a large body: refusals are answered instead of "continue".
+    server.set_expect_100_continue_handler([this](const Request& req, Response& res) {
+        return refused_before_body(req, res) ? res.status : 100;
+    });
     server.Get(R"(/software/([^/]+)/interface\.json)",
-               [this](const httplib::Request& req, httplib::Response& res) {
-                   serve_descriptor(req, res);
-               });
-    server.Get(R"(/files/(.+))", [this](const httplib::Request& req, httplib::Response& res) {
-        serve_file(req, res);
-    });
-    // Unrouted requests get a JSON body like every other refusal.
-    server.set_error_handler([](const httplib::Request&, httplib::Response& res) {
-        if (res.body.empty() && res.status == 404) answer_failed(res, "not found", 404);
-    });
+               [this](const Request& req, Response& res) { serve_descriptor(req, res); });
+    server.Get(R"(/files/(.+))",
+               [this](const Request& req, Response& res) { serve_file(req, res); });
 }
 
-bool collector_service::known_app_id(const std::string& app_id) const {
-    return config_.app_ids.contains(QString::fromStdString(app_id));
-}
-
-void collector_service::on_post(const httplib::Request& req, httplib::Response& res) {
-    if (req.is_multipart_form_data())
-        accept_file(req, res);
+bool collector_service::refused_before_body(const Request& req, Response& res) const {
+    if (req.method != "POST") return false;
+    if (!config_.app_ids.contains(QString::fromStdString(req.get_header_value("X-Auth-AppID"))))
+        refuse_and_close(res, "unknown application id");
+    else if (req.get_header_value<uint64_t>("Content-Length") > body_limit(req))
+        refuse_too_large(res, body_limit(req));
     else
-        accept_information(req, res);
+        return false;
+    return true;
 }
 
-void collector_service::accept_information(const httplib::Request& req, httplib::Response& res) {
-    const std::string app_id = req.get_header_value("X-Auth-AppID");
-    if (!known_app_id(app_id)) return answer_failed(res, "unknown application id");
+quint64 collector_service::body_limit(const Request& req) const {
+    return req.is_multipart_form_data() ? config_.max_body
+                                        : std::min(config_.max_body, information_body_limit);
+}
+
+void collector_service::accept_information(const Request& req, Response& res,
+                                           const ContentReader& reader) {
+    const quint64 limit = body_limit(req);
+    std::string body;
+    bool too_large = false;
+    const bool complete = reader([&](const char* data, size_t length) {
+        too_large = body.size() + length > limit;
+        if (!too_large) body.append(data, length);
+        return !too_large;
+    });
+    if (too_large) return refuse_too_large(res, limit);
+    if (!complete) return refuse_and_close(res, "incomplete request body", 400);
+
     QJsonParseError parse_error;
-    QJsonDocument::fromJson(QByteArray::fromStdString(req.body), &parse_error);
+    QJsonDocument::fromJson(QByteArray::fromStdString(body), &parse_error);
     if (parse_error.error != QJsonParseError::NoError)
         return answer_failed(res, "body is not JSON: " + parse_error.errorString());
     const QString type = param(req, "type");
     if (type.isEmpty()) return answer_failed(res, "no type given");
 
     QString error;
-    const qint64 id = database_.add_information(
-        {utc_now_text(), QString::fromStdString(app_id), type, QString::fromStdString(req.body)},
-        error);
-    if (id < 0) return answer_failed(res, "could not store: " + error, 500);
+    if (!database_.add_information(
+            {utc_now_text(), QString::fromStdString(req.get_header_value("X-Auth-AppID")), type,
+             QString::fromStdString(body)},
+            error))
+        return answer_failed(res, "could not store: " + error, 500);
     answer_success(res);
 }
 
-void collector_service::accept_file(const httplib::Request& req, httplib::Response& res) {
-    const std::string app_id = req.get_header_value("X-Auth-AppID");
-    if (!known_app_id(app_id)) return answer_failed(res, "unknown application id");
-    if (!req.has_file("file")) return answer_failed(res, "no form part named file");
-    const httplib::MultipartFormData part = req.get_file_value("file");
-
-    const QString dfs_id = QUuid::createUuid().toString(QUuid::Id128);
-    // Only the last component of the sender's name, so it cannot point elsewhere.
-    QString name = QFileInfo(QString::fromStdString(part.filename)).fileName();
-    if (name.isEmpty()) name = "file";
-    const QString stored_path = QDir(config_.upload_dir).absoluteFilePath(dfs_id + "_" + name);
-    QSaveFile out(stored_path);
-    if (!out.open(QIODevice::WriteOnly) ||
-        out.write(part.content.data(), qint64(part.content.size())) !=
-            qint64(part.content.size()) ||
-        !out.commit())
-        return answer_failed(res, "could not store the file: " + out.errorString(), 500);
-
+// One part named "file" is stored, written to disk as it arrives; other parts
+// are read and passed over; a second "file" part refuses the upload.
+void collector_service::accept_file(const Request& req, Response& res,
+                                    const ContentReader& reader) {
     collector_database::file_row row;
-    row.dfs_id = dfs_id;
+    row.dfs_id = QUuid::createUuid().toString(QUuid::Id128);
+    std::unique_ptr<QSaveFile> out;
+    int file_parts = 0;
+    bool in_file = false;
+    quint64 received = 0;
+    const bool complete = reader(
+        [&](const httplib::MultipartFormData& part) {
+            in_file = part.name == "file";
+            if (!in_file) return true;
+            if (++file_parts > 1) return false;
+            // Only the last component of the sender's name, so it cannot point elsewhere.
+            row.file_name = QFileInfo(QString::fromStdString(part.filename)).fileName();
+            if (row.file_name.isEmpty()) row.file_name = "file";
+            row.stored_path =
+                QDir(config_.upload_dir).absoluteFilePath(row.dfs_id + "_" + row.file_name);
+            out = std::make_unique<QSaveFile>(row.stored_path);
+            return out->open(QIODevice::WriteOnly);
+        },
+        [&](const char* data, size_t length) {
+            received += length;
+            if (received > config_.max_body) return false;
+            if (!in_file) return true;
+            row.size += qint64(length);
+            return out->write(data, qint64(length)) == qint64(length);
+        });
+    if (file_parts > 1) return refuse_and_close(res, "more than one form part named file");
+    if (received > config_.max_body) return refuse_too_large(res, config_.max_body);
+    if (out && out->error() != QFileDevice::NoError)
+        return refuse_and_close(res, "could not store the file: " + out->errorString(), 500);
+    if (!complete) return refuse_and_close(res, "malformed multipart body", 400);
+    if (!out) return answer_failed(res, "no form part named file");
+    if (!out->commit())
+        return answer_failed(res, "could not store the file: " + out->errorString(), 500);
+
     row.received_at = utc_now_text();
-    row.app_id = QString::fromStdString(app_id);
+    row.app_id = QString::fromStdString(req.get_header_value("X-Auth-AppID"));
     row.category = param(req, "category");
     row.bucket = param(req, "bucket");
-    row.file_name = name;
-    row.size = qint64(part.content.size());
-    row.stored_path = stored_path;
     QString error;
-    if (database_.add_file(row, error) < 0) {
-        QFile::remove(stored_path);
+    if (!database_.add_file(row, error)) {
+        QFile::remove(row.stored_path);
         return answer_failed(res, "could not store: " + error, 500);
     }
-    answer_success(res, QJsonObject{{"dfs_id", dfs_id}});
+    answer_success(res, QJsonObject{{"dfs_id", row.dfs_id}});
 }
 
-void collector_service::serve_descriptor(const httplib::Request& req, httplib::Response& res) {
+// Served as stored, also when it is not valid JSON: hosts are tested with that.
+void collector_service::serve_descriptor(const Request& req, Response& res) {
     const QString id = QString::fromStdString(req.matches[1]);
-    const QString path = path_below(config_.software_dir, req.matches[1].str() + "/interface.json");
-    QFile file(path);
-    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
-        return answer_failed(res, "no descriptor for software " + id, 404);
-    // Served as stored, also when it is not valid JSON: hosts are tested with that.
-    res.set_content(file.readAll().toStdString(), json_type);
+    const QString path = config_.software.file(id + "/interface.json");
+    if (path.isEmpty()) return answer_failed(res, "no descriptor for software " + id, 404);
+    stream_file(res, path, json_type);
 }
 
-void collector_service::serve_file(const httplib::Request& req, httplib::Response& res) {
-    const QString path = path_below(config_.files_dir, req.matches[1].str());
-    auto file = std::make_shared<QFile>(path);
-    if (path.isEmpty() || !QFileInfo(path).isFile() || !file->open(QIODevice::ReadOnly))
-        return answer_failed(res, "no file " + QString::fromStdString(req.matches[1].str()), 404);
-    // Streamed with its length announced, so a client can show real progress.
-    res.set_content_provider(size_t(file->size()), "application/octet-stream",
-                             [file](size_t offset, size_t length, httplib::DataSink& sink) {
-                                 if (!file->seek(qint64(offset))) return false;
-                                 const QByteArray chunk =
-                                     file->read(qint64(std::min<size_t>(length, 64 * 1024)));
-                                 if (chunk.isEmpty()) return false;
-                                 return sink.write(chunk.constData(), size_t(chunk.size()));
-                             });
+void collector_service::serve_file(const Request& req, Response& res) {
+    const QString name = QString::fromStdString(req.matches[1]);
+    const QString path = config_.files.file(name);
+    if (path.isEmpty()) return answer_failed(res, "no file " + name, 404);
+    stream_file(res, path, "application/octet-stream");
 }
 
-std::string collector_service::describe(const httplib::Request& req, const httplib::Response& res) {
+std::string collector_service::describe(const Request& req, const Response& res) {
     QString line = QString("%1 %2 %3")
                        .arg(QDateTime::currentDateTime().toString("hh:mm:ss"))
                        .arg(QString::fromStdString(req.method))
@@ -179,7 +200,7 @@ std::string collector_service::describe(const httplib::Request& req, const httpl
         line += " app " + QString::fromStdString(req.get_header_value("X-Auth-AppID"));
     line += QString(" -> %1").arg(res.status);
     if (res.get_header_value("Content-Type").rfind("application/json", 0) == 0 &&
-        res.body.size() <= 200)
+        res.body.size() <= 200 && !res.body.empty())
         line += " " + QString::fromStdString(res.body).simplified();
     else if (res.has_header("Content-Length"))
         line += " (" + QString::fromStdString(res.get_header_value("Content-Length")) + " bytes)";

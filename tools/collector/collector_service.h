@@ -6,14 +6,20 @@
 #include <QStringList>
 
 #include "collector_database.h"
+#include "served_folder.h"
 
 // What the collector accepts and where it keeps and finds its files.
 struct collector_config {
-    QStringList app_ids;   // known values of "X-Auth-AppID"
-    QString software_dir;  // <software_dir>/<id>/interface.json; empty: none
-    QString files_dir;     // served under /files/; empty: none
-    QString upload_dir;    // where uploaded files are stored
+    QStringList app_ids;                  // known values of "X-Auth-AppID"
+    served_folder software;               // <software>/<id>/interface.json; unset: none
+    served_folder files;                  // served under /files/; unset: none
+    QString upload_dir;                   // where uploaded files are stored
+    quint64 max_body = quint64(4) << 30;  // largest request body, in bytes
 };
+
+// Information uploads are held in memory and stored in one row: at most this
+// much, or max_body when that is smaller.
+const quint64 information_body_limit = 16 << 20;
 
 // The application ids the library itself uses: test service, release service.
 QStringList default_app_ids();
@@ -23,8 +29,8 @@ QStringList default_app_ids();
 //                              body is multipart/form-data
 //   GET  /software/<id>/interface.json
 //   GET  /files/<name>         installers, with their length
-// Service-level refusals are answered with HTTP 200 and "status":"failed",
-// as the real service does, so that a host tells them from network errors.
+// The application id and the announced length are checked before any of a
+// body is read; file uploads go to disk as they arrive.
 class collector_service {
 public:
     collector_service(collector_config config, collector_database& database);
@@ -35,12 +41,14 @@ public:
     static std::string describe(const httplib::Request& req, const httplib::Response& res);
 
 private:
-    void on_post(const httplib::Request& req, httplib::Response& res);
-    void accept_information(const httplib::Request& req, httplib::Response& res);
-    void accept_file(const httplib::Request& req, httplib::Response& res);
+    bool refused_before_body(const httplib::Request& req, httplib::Response& res) const;
+    quint64 body_limit(const httplib::Request& req) const;
+    void accept_information(const httplib::Request& req, httplib::Response& res,
+                            const httplib::ContentReader& reader);
+    void accept_file(const httplib::Request& req, httplib::Response& res,
+                     const httplib::ContentReader& reader);
     void serve_descriptor(const httplib::Request& req, httplib::Response& res);
     void serve_file(const httplib::Request& req, httplib::Response& res);
-    bool known_app_id(const std::string& app_id) const;
 
     collector_config config_;
     collector_database& database_;

@@ -1,0 +1,82 @@
+#pragma once
+
+// Clients of information_collector for its tests: requests as table rows
+// describe them, sent through httplib, and a raw TCP client for requests that
+// misbehave on purpose.
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <QElapsedTimer>
+#include <QTcpSocket>
+
+#include "tool_process.h"
+
+namespace collector_test {
+
+const char* const test_app_id = "3c1f9a7e55d04b28a6e2f0b9d4c87a13";
+const char* const release_app_id = "a94e07b3c2d851f6e0b7a4c39d2f6e58";
+const char* const json_type = "application/json;charset=utf-8";
+const char* const form_type = "multipart/form-data; boundary=b0undary";
+
+struct request {
+    std::string method;  // GET, POST or PUT
+    std::string target;
+    std::string app_id;  // empty: no X-Auth-AppID
+    std::string content_type;
+    std::string body;
+};
+
+inline std::string failed(const std::string& why) {
+    return R"({"status":"failed","result":")" + why + R"("})";
+}
+
+inline request get(const std::string& target) {
+    return {"GET", target, "", "", ""};
+}
+
+inline httplib::Result send(int port, const request& r) {
+    httplib::Client client("127.0.0.1", port);
+    httplib::Headers headers;
+    if (!r.app_id.empty()) headers.emplace("X-Auth-AppID", r.app_id);
+    if (r.method == "GET") return client.Get(r.target.c_str(), headers);
+    if (r.method == "PUT") return client.Put(r.target.c_str(), headers, r.body, r.content_type);
+    return client.Post(r.target.c_str(), headers, r.body, r.content_type);
+}
+
+// A multipart/form-data body in form_type, one part per {name, file name, content}.
+inline std::string form(const std::vector<std::vector<std::string>>& parts) {
+    std::string body;
+    for (const auto& part : parts)
+        body += "--b0undary\r\nContent-Disposition: form-data; name=\"" + part[0] +
+                "\"; filename=\"" + part[1] +
+                "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + part[2] + "\r\n";
+    return body + "--b0undary--\r\n";
+}
+
+// A plain TCP client of a loopback port.
+class raw_client {
+public:
+    explicit raw_client(int port) {
+        socket_.connectToHost("127.0.0.1", quint16(port));
+        if (!socket_.waitForConnected(5000)) throw std::runtime_error("cannot connect");
+    }
+    bool send(const QByteArray& bytes) {
+        return socket_.write(bytes) == bytes.size() && socket_.waitForBytesWritten(1000);
+    }
+    // What arrives within timeout_ms, or until the server closes.
+    QByteArray receive(int timeout_ms) {
+        QElapsedTimer clock;
+        clock.start();
+        QByteArray received = socket_.readAll();
+        while (!closed() && clock.elapsed() < timeout_ms)
+            if (socket_.waitForReadyRead(timeout_ms - int(clock.elapsed())))
+                received += socket_.readAll();
+        return received + socket_.readAll();
+    }
+    bool closed() const { return socket_.state() != QAbstractSocket::ConnectedState; }
+
+private:
+    QTcpSocket socket_;
+};
+
+}  // namespace collector_test

@@ -1,0 +1,111 @@
+#include "collector_options.h"
+
+#include <arpa/inet.h>
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <cstdio>
+#include <limits>
+
+namespace {
+
+int usage_error(const QCommandLineParser& parser, const QString& why) {
+    std::fprintf(stderr, "information_collector: %s\n\n%s", why.toLocal8Bit().constData(),
+                 parser.helpText().toLocal8Bit().constData());
+    return 2;
+}
+
+// A byte count with an optional K, M or G (powers of 1024); 0 when malformed.
+quint64 parse_size(const QString& text) {
+    const auto match =
+        QRegularExpression("^(\\d{1,12})([KMG]?)$", QRegularExpression::CaseInsensitiveOption)
+            .match(text);
+    if (!match.hasMatch()) return 0;
+    const int shift = 10 * (QString("KMG").indexOf(match.captured(2).toUpper()) + 1);
+    const quint64 number = match.captured(1).toULongLong();
+    return number > (std::numeric_limits<quint64>::max() >> shift) ? 0 : number << shift;
+}
+
+}  // namespace
+
+int parse_options(const QStringList& arguments, collector_options& out) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        "A local stand-in for the information web service: accepts information and file "
+        "uploads into an SQLite database, serves software descriptors and installer files.");
+    parser.addHelpOption();
+    const QCommandLineOption host({"H", "host"}, "Address to listen on (default 127.0.0.1).",
+                                  "address", "127.0.0.1");
+    const QCommandLineOption port(
+        {"p", "port"}, "Port to listen on; 0 picks a free one (default 8080).", "port", "8080");
+    const QCommandLineOption database({"d", "database"},
+                                      "SQLite file to store into (default collector.sqlite).",
+                                      "file", "collector.sqlite");
+    const QCommandLineOption upload_dir("upload-dir",
+                                        "Folder for uploaded files (default collector_files).",
+                                        "folder", "collector_files");
+    const QCommandLineOption software_dir("software-dir",
+                                          "Folder with <id>/interface.json descriptors.", "folder");
+    const QCommandLineOption files_dir("files-dir", "Folder served under /files/.", "folder");
+    const QCommandLineOption app_id(
+        "app-id", "Accepted X-Auth-AppID; repeat for several (default: the library's two).", "id");
+    const QCommandLineOption cert("cert", "TLS certificate (PEM); serve HTTPS.", "file");
+    const QCommandLineOption key("key", "TLS private key (PEM) for --cert.", "file");
+    const QCommandLineOption max_body(
+        "max-body", "Largest request body, in bytes or with K, M, G (default 4G).", "size", "4G");
+    const QCommandLineOption timeout(
+        "timeout", "Seconds a client may take per request and per wait (default 10).", "seconds",
+        "10");
+    const QCommandLineOption no_keep_alive("no-keep-alive",
+                                           "Close every connection after one answer.");
+    parser.addOptions({host, port, database, upload_dir, software_dir, files_dir, app_id, cert, key,
+                       max_body, timeout, no_keep_alive});
+
+    if (!parser.parse(arguments)) return usage_error(parser, parser.errorText());
+    if (parser.isSet("help")) {
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        return 0;
+    }
+    if (!parser.positionalArguments().isEmpty())
+        return usage_error(parser, "unexpected argument " + parser.positionalArguments().first());
+    bool ok = false;
+    out.port = parser.value(port).toInt(&ok);
+    if (!ok || out.port < 0 || out.port > 65535)
+        return usage_error(parser, "--port wants a number from 0 to 65535");
+    const int seconds = parser.value(timeout).toInt(&ok);
+    if (!ok || seconds < 1 || seconds > 3600)
+        return usage_error(parser, "--timeout wants a number of seconds from 1 to 3600");
+    out.server.rules.timeout = std::chrono::seconds(seconds);
+    out.server.keep_alive = !parser.isSet(no_keep_alive);
+    out.config.max_body = parse_size(parser.value(max_body));
+    if (out.config.max_body == 0)
+        return usage_error(parser, "--max-body wants a size such as 65536, 512K, 64M or 4G");
+    out.host = parser.value(host);
+    out.database = parser.value(database);
+    out.cert = parser.value(cert);
+    out.key = parser.value(key);
+    if (out.cert.isEmpty() != out.key.isEmpty())
+        return usage_error(parser, "--cert and --key go together");
+    out.config.app_ids = parser.isSet(app_id) ? parser.values(app_id) : default_app_ids();
+    out.config.upload_dir = QFileInfo(parser.value(upload_dir)).absoluteFilePath();
+    for (const auto& folder : {std::make_pair(&software_dir, &out.config.software),
+                               std::make_pair(&files_dir, &out.config.files)}) {
+        if (!parser.isSet(*folder.first)) continue;
+        *folder.second = served_folder(parser.value(*folder.first));
+        if (!folder.second->is_set())
+            return usage_error(
+                parser, QString("--%1: %2 is not a folder")
+                            .arg(folder.first->names().first(), parser.value(*folder.first)));
+    }
+    return -1;
+}
+
+bool is_loopback(const QString& host) {
+    const QByteArray text = host.toLatin1();
+    in_addr v4{};
+    in6_addr v6{};
+    if (inet_pton(AF_INET, text.constData(), &v4) == 1) return ntohl(v4.s_addr) >> 24 == 127;
+    if (inet_pton(AF_INET6, text.constData(), &v6) == 1) return IN6_IS_ADDR_LOOPBACK(&v6);
+    return host == "localhost";
+}
