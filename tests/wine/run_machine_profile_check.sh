@@ -24,9 +24,37 @@ folder="Z:$(dirname "$check")"
 machine=(install_path="$folder" cpu_cores="$cores")
 [ -n "$processor" ] && machine+=(cpu_model="AMD64;$processor")
 
+# Checks the program's key=value lines: each expectation given exactly, and
+# the forms every machine must give.
+check() {
+    local output="$1" failed=0 expectation key
+    shift
+    value() { sed -n "s/^$1=//p" <<<"$output" | head -n 1; }
+    for expectation in "$@"; do
+        key="${expectation%%=*}"
+        if [ "$(value "$key")" != "${expectation#*=}" ]; then
+            echo "FAIL: $key is [$(value "$key")], expected [${expectation#*=}]"
+            failed=1
+        fi
+    done
+    for key in memory_size disk_size disk_free_size cpu_cores; do
+        [[ "$(value $key)" =~ ^[1-9][0-9]*$ ]] || { echo "FAIL: $key is not a positive number"; failed=1; }
+    done
+    [ "$(value disk_free_size)" -le "$(value disk_size)" ] || { echo "FAIL: more free than all"; failed=1; }
+    [[ "$(value install_path)" == */* && "$(value install_path)" != *\\* ]] ||
+        { echo "FAIL: install_path without / separators"; failed=1; }
+    [[ "$(value cpu_model)" =~ ^AMD64\;.+ ]] || { echo "FAIL: cpu_model is not AMD64;name"; failed=1; }
+    [ "$(value gpu_models)" = "$(value gpu_memory_sizes)" ] ||
+        { echo "FAIL: gpu models and memory sizes differ in number"; failed=1; }
+    if [ "$(value browser_result)" = 0 ] && [ -z "$(value browser_name)" -o -z "$(value browser_version)" ]; then
+        echo "FAIL: browser found without its name and version"; failed=1
+    fi
+    return $failed
+}
+
 # version: the value of HKCU\Software\Wine "Version", or "default" for none.
 run() {
-    local version="$1" locale="$2"
+    local version="$1" locale="$2" output
     shift 2
     if [ "$version" = default ]; then
         "$wine" reg delete 'HKCU\Software\Wine' /v Version /f >/dev/null 2>&1 || true
@@ -34,7 +62,10 @@ run() {
         "$wine" reg add 'HKCU\Software\Wine' /v Version /d "$version" /f >/dev/null 2>&1
     fi
     echo "=== Windows version: $version, locale: $locale"
-    LC_ALL="$locale" LANG="$locale" "$wine" "$check" "${machine[@]}" "$@"
+    output="$(LC_ALL="$locale" LANG="$locale" "$wine" "$check" | tr -d '\r')"
+    echo "$output"
+    check "$output" "${machine[@]}" "$@"
+    last_output="$output"
 }
 
 # progid: the user's choice of http handler; Wine's own has no version
@@ -60,7 +91,6 @@ run win2003 C.UTF-8 'os_name=[WindowsServer2003 64]' modern_os=0 gpu_result=1
 # The library's whole browser probe on a handler with a version resource: the
 # path cut from the open command, then the version resource read.
 choose_browser IE.HTTP
-output="$(run win10 C.UTF-8 'os_name=[Windows10 64]' browser_result=0)"
-echo "$output"
-grep -qF 'log: default browser_path=C:\Program Files\Internet Explorer\iexplore.exe' <<<"$output"
+run win10 C.UTF-8 'os_name=[Windows10 64]' browser_result=0
+grep -qF 'log: default browser_path=C:\Program Files\Internet Explorer\iexplore.exe' <<<"$last_output"
 echo "=== all versions checked in $((SECONDS - started)) s"
