@@ -5,12 +5,15 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+
 #include <QJsonObject>
 #include <QSaveFile>
 #include <QUuid>
 #include <memory>
+#include "json_handler/json_outline.h"
 
 #include "json_answer.h"
+#include "json_handler/json_outline.h"
 
 namespace {
 
@@ -109,8 +112,16 @@ void collector_service::accept_information(const Request& req, Response& res,
     if (too_large) return refuse_too_large(res, limit);
     if (!complete) return refuse_and_close(res, "incomplete request body", 400);
 
+    // Qt's parser loses the memory of an array or object whose name an object
+    // repeats: such a body, or one nested past any record, is refused before
+    // it gets there, so that no client can make the service leak.
+    const QByteArray json = QByteArray::fromStdString(body);
+    const auto outline = TarvoConsumerScanner::information_api::outline_of(json, 256);
+    if (outline.too_deep) return answer_failed(res, "body is not JSON: nested too deep");
+    if (outline.replaces_a_container)
+        return answer_failed(res, "body is not JSON: a name repeated over an array or object");
     QJsonParseError parse_error;
-    QJsonDocument::fromJson(QByteArray::fromStdString(body), &parse_error);
+    QJsonDocument::fromJson(json, &parse_error);
     if (parse_error.error != QJsonParseError::NoError)
         return answer_failed(res, "body is not JSON: " + parse_error.errorString());
     const QString type = param(req, "type");
