@@ -23,7 +23,7 @@ struct report {
 constexpr int unreachable = -1;
 
 // What the row changes about the host or the service.
-enum class setup { none, null_sink, missing_file, endless_answer };
+enum class setup { none, null_sink, missing_file, empty_file, endless_answer };
 
 struct outcome_case {
     const char* name;
@@ -41,6 +41,34 @@ std::ostream& operator<<(std::ostream& out, const outcome_case& c) {
     return out << c.name;
 }
 
+const QString information_body = QString::fromUtf8(R"({"note":"grüße"})");
+const QByteArray file_bytes("zip\0\r\n--boundary\r\n\xff", 19);
+
+// What reached the service, as its own parser saw it.
+void expect_on_the_wire(request kind, const received_request& r, bool empty_file) {
+    const auto file = r.files.find("file");
+    switch (kind) {
+        case request::information:
+            EXPECT_EQ(r.method + " " + r.target, "POST /dtta?type=usage");
+            EXPECT_EQ(r.header("Content-Type"), "application/json;charset=utf-8");
+            EXPECT_EQ(r.header("X-Auth-AppID"), "app-17");
+            EXPECT_EQ(r.body, information_body.toUtf8().toStdString());
+            break;
+        case request::file:
+            EXPECT_EQ(r.method + " " + r.target, "POST /up?category=feedback&bucket=pub");
+            EXPECT_EQ(r.header("X-Auth-AppID"), "app-3");
+            EXPECT_EQ(r.header("Content-Type").rfind("multipart/form-data; boundary=", 0), 0u);
+            ASSERT_EQ(r.files.size(), 1u);
+            ASSERT_NE(file, r.files.end());
+            EXPECT_EQ(file->second.filename, "report.zip");
+            EXPECT_EQ(file->second.content_type, "application/octet-stream");
+            EXPECT_EQ(file->second.content, empty_file ? "" : file_bytes.toStdString());
+            break;
+        case request::descriptor:
+            EXPECT_EQ(r.method + " " + r.target, "GET /cdn/software/x/interface.json");
+    }
+}
+
 class request_outcome : public library_host, public ::testing::WithParamInterface<outcome_case> {
 protected:
     // Starts the row's request under id 21; returns its address.
@@ -56,16 +84,18 @@ protected:
         const QString base = c.status == unreachable ? unreachable_url("") : server_.url();
         api::information_sink* sink = c.with == setup::null_sink ? nullptr : &sink_;
         const bool missing = c.with == setup::missing_file;
-        file_ = QDir::current().filePath(missing ? "no/such/report.zip" : "report.zip");
-        if (!missing) write_file(file_, "zip bytes");
+        file_ = QDir::current().filePath(missing ? "no/such/report.zip" : "reports/report.zip");
+        if (!missing) write_file(file_, c.with == setup::empty_file ? "" : file_bytes);
         switch (c.kind) {
             case request::information:
-                EXPECT_EQ(
-                    api::upload_information(base + "/dtta", "{}", "app", "usage", sink, 21, 5000),
-                    0);
+                EXPECT_EQ(api::upload_information(base + "/dtta", information_body, "app-17",
+                                                  "usage", sink, 21, 5000),
+                          0);
                 return base + "/dtta?type=usage";
-            case request::file:
-                EXPECT_EQ(api::upload_file(base + "/up", file_, "app", "", sink, 21, 5000), 0);
+            case request::file:  // the fourth argument never changes the address
+                EXPECT_EQ(
+                    api::upload_file(base + "/up", file_, "app-3", "category=x", sink, 21, 5000),
+                    0);
                 return base + "/up?category=feedback&bucket=pub";
             case request::descriptor:
                 EXPECT_EQ(api::get_url_json_file(base + "/cdn", "x", sink, 21, 5000), 0);
@@ -123,10 +153,10 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
             EXPECT_FALSE(r.info.content.isValid());
         }
     }
-    const bool sent = c.with != setup::missing_file && c.status != unreachable;
-    if (c.with != setup::endless_answer) {
-        EXPECT_EQ(server_.request_count(), sent ? 1u : 0u);
-    }
+    if (c.with == setup::missing_file || c.status == unreachable)
+        EXPECT_EQ(server_.request_count(), 0u);
+    else if (c.with != setup::endless_answer && server_.wait_for_requests(1))
+        expect_on_the_wire(c.kind, server_.requests().at(0), c.with == setup::empty_file);
 }
 
 const std::string success = R"({"status":"success"})";
@@ -199,6 +229,7 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
          "TarvoConsumerScanner::information_api::upload_file upload_file ret :  -1"},
         setup::missing_file},
     outcome_case{"file_null_sink", request::file, 200, success, {}, {"dfs_id="}, setup::null_sink},
+    outcome_case{"file_empty", request::file, 200, success, {accepted}, {}, setup::empty_file},
     outcome_case{"file_nested_too_deep", request::file, 200, too_deep, {rejected},
         {"error: json parse exception: [[["}},
     outcome_case{"file_endless_answer", request::file, 200, "", {too_large}, {},

@@ -21,18 +21,16 @@ log_capture::~log_capture() {
     google::RemoveLogSink(this);
 }
 
-void log_capture::send(google::LogSeverity severity, const char* /*full_filename*/,
-                       const char* base_filename, int /*line_number*/,
-                       const google::LogMessageTime& /*time*/, const char* message,
-                       size_t message_len) {
-    add({true, severity, base_filename ? base_filename : "", std::string(message, message_len)});
+void log_capture::send(google::LogSeverity, const char*, const char*, int,
+                       const google::LogMessageTime&, const char* message, size_t message_len) {
+    add({true, std::string(message, message_len)});
 }
 
 void log_capture::qt_handler(QtMsgType type, const QMessageLogContext& context,
                              const QString& msg) {
     log_capture* capture = active_capture.load();
     if (!capture) return;
-    capture->add({false, -1, std::string(), msg.toStdString()});
+    capture->add({false, msg.toStdString()});
     if (capture->previous_handler_) capture->previous_handler_(type, context, msg);
 }
 
@@ -49,16 +47,8 @@ std::vector<log_capture::line> log_capture::lines() const {
 int log_capture::count(const std::string& text) const {
     std::lock_guard<std::mutex> lock(mutex_);
     int n = 0;
-    for (const line& l : lines_)
-        if (l.text.find(text) != std::string::npos) ++n;
+    for (const line& l : lines_) n += l.text.find(text) != std::string::npos;
     return n;
-}
-
-std::string log_capture::find(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const line& l : lines_)
-        if (l.text.find(text) != std::string::npos) return l.text;
-    return std::string();
 }
 
 void log_capture::clear() {

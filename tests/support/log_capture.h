@@ -15,8 +15,6 @@ class log_capture : public google::LogSink {
 public:
     struct line {
         bool from_glog;
-        int severity;      // glog severity; -1 for Qt lines
-        std::string file;  // glog base file name; empty for Qt lines
         std::string text;
     };
 
@@ -25,16 +23,13 @@ public:
     log_capture(const log_capture&) = delete;
     log_capture& operator=(const log_capture&) = delete;
 
-    void send(google::LogSeverity severity, const char* full_filename, const char* base_filename,
-              int line_number, const google::LogMessageTime& time, const char* message,
-              size_t message_len) override;
+    void send(google::LogSeverity, const char*, const char*, int, const google::LogMessageTime&,
+              const char* message, size_t message_len) override;
 
     std::vector<line> lines() const;
     // Number of captured lines that contain text.
     int count(const std::string& text) const;
     bool contains(const std::string& text) const { return count(text) > 0; }
-    // The first captured line containing text, or an empty string.
-    std::string find(const std::string& text) const;
     void clear();
 
 private:

@@ -5,31 +5,28 @@
 namespace test_support {
 
 void recording_sink::on_response(int connection_id, QVariant info) {
-    call c{kind::response, QThread::currentThread()};
+    call c{kind::response};
     c.connection_id = connection_id;
     c.has_info = info.canConvert<api::response_info_t>();
     if (c.has_info) c.info = info.value<api::response_info_t>();
-    add(std::move(c));
+    add(c);
 }
 
 void recording_sink::on_download_progress(qint64 received, qint64 total) {
-    call c{kind::progress, QThread::currentThread()};
-    c.received = received;
-    c.total = total;
-    add(std::move(c));
+    call c{kind::progress};
+    c.received = received, c.total = total;
+    add(c);
 }
 
 void recording_sink::on_download_finished(bool ok, int state, int net_error) {
-    call c{kind::finished, QThread::currentThread()};
-    c.ok = ok;
-    c.state = state;
-    c.net_error = net_error;
-    add(std::move(c));
+    call c{kind::finished};
+    c.ok = ok, c.state = state, c.net_error = net_error;
+    add(c);
 }
 
-void recording_sink::add(call c) {
+void recording_sink::add(const call& c) {
     std::lock_guard<std::mutex> lock(mutex_);
-    calls_.push_back(std::move(c));
+    calls_.push_back(c);
 }
 
 std::vector<recording_sink::call> recording_sink::calls() const {
@@ -38,9 +35,8 @@ std::vector<recording_sink::call> recording_sink::calls() const {
 }
 
 std::vector<recording_sink::call> recording_sink::calls_of(kind what) const {
-    std::lock_guard<std::mutex> lock(mutex_);
     std::vector<call> selected;
-    for (const call& c : calls_)
+    for (const call& c : calls())
         if (c.what == what) selected.push_back(c);
     return selected;
 }

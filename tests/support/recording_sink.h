@@ -19,15 +19,13 @@ public:
 
     struct call {
         kind what;
-        QThread* thread;
-        int connection_id = 0;        // response
-        api::response_info_t info{};  // response
-        bool has_info = false;        // the QVariant held a response_info_t
-        qint64 received = 0;          // progress
-        qint64 total = 0;             // progress
-        bool ok = false;              // finished
-        int state = 0;                // finished
-        int net_error = 0;            // finished
+        QThread* thread = QThread::currentThread();
+        int connection_id = 0;           // response
+        api::response_info_t info{};     // response
+        bool has_info = false;           // the QVariant held a response_info_t
+        qint64 received = 0, total = 0;  // progress
+        bool ok = false;                 // finished
+        int state = 0, net_error = 0;    // finished
     };
 
     void on_response(int connection_id, QVariant info) override;
@@ -42,12 +40,10 @@ public:
     // Waits, running the caller's event loop, until at least n calls of the
     // kind have arrived.
     bool wait_for(kind what, std::size_t n, int timeout_ms = 10000) const;
-    bool wait_for_responses(std::size_t n, int timeout_ms = 10000) const {
-        return wait_for(kind::response, n, timeout_ms);
-    }
+    bool wait_for_responses(std::size_t n) const { return wait_for(kind::response, n); }
 
 private:
-    void add(call c);
+    void add(const call& c);
 
     mutable std::mutex mutex_;
     std::vector<call> calls_;
