@@ -4,8 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "fake_reply.h"
-#include "fuzz_quiet.h"
+#include "fuzz_support.h"
 #include "json_handler/json_handler.h"
 
 namespace api = TarvoConsumerScanner::information_api;

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "fuzz_quiet.h"
+#include "fuzz_support.h"
 #include "windows_information_imp/windows_information_imp.h"
 
 namespace api = TarvoConsumerScanner::information_api;
