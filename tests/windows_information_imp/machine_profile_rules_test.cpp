@@ -13,39 +13,30 @@ using namespace TarvoConsumerScanner::information_api::machine_profile;
 
 constexpr std::uint32_t win9x = 1, nt = 2;
 constexpr std::uint8_t workstation = 1, server = 3;
+const char* const longhorn = "WindowsServer\"Longhorn\" 64";
 
 TEST(os_name, the_two_stages_name_the_boundary_versions) {
     const struct {
         version_facts facts;
         const char* expected;  // from the name "x"
-    } table[] = {
-        {{4, 0, win9x, 0, 0}, "Windows95 64"},
-        {{4, 10, win9x, 0, 0}, "Windows98 64"},
+    } table[] = {              // clang-format off
+        {{4, 0, win9x, 0, 0}, "Windows95 64"}, {{4, 10, win9x, 0, 0}, "Windows98 64"},
         {{4, 90, win9x, 0, 0}, "WindowsMillenniumEdition 64"},
-        {{6, 0, nt, workstation, 9}, "WindowsVista 64"},
-        {{6, 0, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
-        {{6, 1, nt, workstation, 9}, "Windows7 64"},
-        {{6, 1, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
-        {{6, 3, nt, workstation, 9}, "Windows8 64"},
-        {{6, 3, nt, server, 9}, "WindowsServer\"Longhorn\" 64"},
-        {{10, 7, nt, workstation, 0}, "Windows10 64"},
-        {{10, 0, nt, 2, 9}, "WindowsServer\"Longhorn\" 64"},  // a domain controller
-        {{5, 2, nt, workstation, 9}, "WindowsXP 64 "},        // with its trailing space
+        {{6, 0, nt, workstation, 9}, "WindowsVista 64"}, {{6, 1, nt, workstation, 9}, "Windows7 64"},
+        {{6, 0, nt, server, 9}, longhorn}, {{6, 1, nt, server, 9}, longhorn},
+        {{6, 3, nt, workstation, 9}, "Windows8 64"}, {{6, 3, nt, server, 9}, longhorn},
+        {{10, 7, nt, workstation, 0}, "Windows10 64"}, {{10, 0, nt, 2, 9}, longhorn},  // a DC
+        {{5, 2, nt, workstation, 9}, "WindowsXP 64 "},  // with its trailing space
         {{5, 2, nt, workstation, 0}, "WindowsServer2003 64"},
         {{5, 2, nt, 0, 0}, "WindowsServer2003 64"},  // only the short record was read
-        {{5, 1, nt, server, 9}, "WindowsXP 64"},
-        {{5, 0, nt, workstation, 0}, "Windows2000 64"},
-        {{4, 0, nt, workstation, 0}, "xWindowsNT 64"},
-        {{0, 0, nt, 0, 0}, "xWindowsNT 64"},
+        {{5, 1, nt, server, 9}, "WindowsXP 64"}, {{5, 0, nt, workstation, 0}, "Windows2000 64"},
+        {{4, 0, nt, workstation, 0}, "xWindowsNT 64"}, {{0, 0, nt, 0, 0}, "xWindowsNT 64"},
         // Every other combination leaves the name as it was.
-        {{6, 2, nt, workstation, 9}, "x"},
-        {{6, 4, nt, workstation, 9}, "x"},
-        {{5, 3, nt, workstation, 9}, "x"},
-        {{7, 0, nt, workstation, 9}, "x"},
-        {{11, 0, nt, workstation, 9}, "x"},
-        {{4, 1, win9x, 0, 0}, "x"},
-        {{10, 0, 3, workstation, 9}, "x"},
-    };
+        {{6, 2, nt, workstation, 9}, "x"}, {{6, 4, nt, workstation, 9}, "x"},
+        {{5, 3, nt, workstation, 9}, "x"}, {{7, 0, nt, workstation, 9}, "x"},
+        {{11, 0, nt, workstation, 9}, "x"}, {{4, 1, win9x, 0, 0}, "x"},
+        {{10, 0, 3, workstation, 9}, "x"}};
+    // clang-format on
     for (const auto& row : table) {
         std::string os_name = "x";
         bool modern_os = true;
