@@ -172,6 +172,14 @@ std::string padded_success(std::size_t size) {
     return head + std::string(size - head.size() - tail.size(), ' ') + tail;
 }
 
+// How the debug stream quotes a long answer: its first 64 KiB, escaped.
+std::string quoted_start_of(const std::string& answer) {
+    std::string quoted;
+    for (const char c : answer.substr(0, 64 * 1024))
+        quoted += c == '"' ? "\\\"" : std::string(1, c);
+    return quoted + "... (" + std::to_string(answer.size()) + " bytes)";
+}
+
 std::string nested(std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
 }
@@ -200,8 +208,9 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
         {"error: json parse exception: {broken", "error: failed response "}, setup::null_sink},
     outcome_case{"information_nested_too_deep", request::information, 200, too_deep, {rejected},
         {"error: json parse exception: [[[", "error: failed response "}},
+    // Quoted in the debug line by its first 64 KiB and its size.
     outcome_case{"information_answer_at_the_bound", request::information, 200,
-        padded_success(1024 * 1024), {accepted}, {}},
+        padded_success(1024 * 1024), {accepted}, {quoted_start_of(padded_success(1024 * 1024))}},
     outcome_case{"information_answer_over_the_bound", request::information, 200,
         padded_success(1024 * 1024 + 1), {too_large},
         {"error: answer larger than 1048576 bytes, not read"}},

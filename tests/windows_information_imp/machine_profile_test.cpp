@@ -41,6 +41,9 @@ TEST(machine_profile, a_session_start_fills_the_members_in_their_forms) {
     EXPECT_EQ(manager.gpu_models.size(), manager.gpu_memory_sizes.size());
     for (const QString& size : manager.gpu_memory_sizes) number(size);
     EXPECT_TRUE(manager.modern_os());
+    QString text;
+    EXPECT_TRUE(manager.get_os_info(text, text, text) && manager.get_disk_info(text, text, text) &&
+                manager.get_cpu_info(text, text) && manager.get_memory_size(text));
     // The adapter lists are appended to.
     QStringList models{"kept"}, memory_sizes{"1"};
     EXPECT_EQ(manager.get_gpu_info(models, memory_sizes), !manager.gpu_models.isEmpty());
