@@ -102,8 +102,6 @@ TEST_F(uploader_upload, each_answer_of_the_service_decides_the_records_fate) {
         for (const QString& path : paths)
             EXPECT_NE(QFile::exists(path), row.sent) << path.toStdString();
         EXPECT_TRUE(QFile::exists(fresh));
-        // One connect time to the report, one of grace; not the three of the cap.
-        EXPECT_TRUE(row.to != "/silent" || result.elapsed_ms < 6000);
         EXPECT_TRUE(row.to != "/count" || most.exchange(0) == 2);
         if (!collector) continue;
         // In type order, each with the release service's application id.
