@@ -4,63 +4,49 @@
 #include <sqlite3.h>
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
-#include <QSettings>
+#include <QUrl>
 #include <stdexcept>
+
+#include "windows_information_imp/record_file.h"
 
 namespace tool_test {
 
 running_tool::running_tool(const QString& program, const QStringList& arguments,
                            const QString& folder) {
     process_.setWorkingDirectory(folder);
-    clock_.start();
     process_.start(program, arguments);
     if (!process_.waitForStarted(5000))
         throw std::runtime_error("cannot start " + program.toStdString());
 }
 
-bool running_tool::wait_for_output(const QString& text, int timeout_ms) {
-    QElapsedTimer clock;
-    clock.start();
-    for (;;) {
-        drain();
-        if (out_.contains(text)) return true;
-        const int left = timeout_ms - int(clock.elapsed());
-        if (left <= 0 || process_.state() == QProcess::NotRunning) return false;
-        process_.waitForReadyRead(qMin(left, 200));
+bool running_tool::wait_for_output(const QString& text, int timeout_ms, bool on_errors) {
+    const QDeadlineTimer deadline(timeout_ms);
+    for (drain(); !(on_errors ? err_ : out_).contains(text); drain()) {
+        if (deadline.hasExpired() || process_.state() == QProcess::NotRunning) return false;
+        process_.waitForReadyRead(int(qMin<qint64>(deadline.remainingTime(), 200)));
     }
+    return true;
 }
 
 tool_result running_tool::stop(int signal_number, int timeout_ms) {
-    tool_result result;
     if (signal_number && process_.state() != QProcess::NotRunning) ::kill(pid(), signal_number);
-    result.finished =
-        process_.waitForFinished(timeout_ms) && process_.exitStatus() == QProcess::NormalExit;
+    process_.waitForFinished(timeout_ms);  // false at once when it has ended already
+    const bool finished =
+        process_.state() == QProcess::NotRunning && process_.exitStatus() == QProcess::NormalExit;
     process_.kill();  // nothing when it has ended
     process_.waitForFinished(5000);
-    result.exit_code = result.finished ? process_.exitCode() : -1;
-    result.elapsed_ms = int(clock_.elapsed());
-    result.out = output();
-    result.err = errors();
-    return result;
-}
-
-tool_result run_tool(const QString& program, const QStringList& arguments, const QString& folder,
-                     int timeout_ms) {
-    return running_tool(program, arguments, folder).stop(0, timeout_ms);
+    return {finished, finished ? process_.exitCode() : -1, output(), errors()};
 }
 
 collector_process::collector_process(const QString& folder, const QStringList& extra_arguments)
-    : folder_(QFileInfo(folder).absoluteFilePath()),
+    : database_(QDir(folder).absoluteFilePath("collector.sqlite").toStdString()),
       tool_(INFORMATION_COLLECTOR_PATH, QStringList{"--port", "0"} + extra_arguments,
             (QDir().mkpath(folder), folder)) {
-    const QRegularExpression port_line("listening on https?://127\\.0\\.0\\.1:(\\d+)");
     if (tool_.wait_for_output("listening on"))
-        port_ = port_line.match(tool_.output()).captured(1).toInt();
+        port_ = QUrl(tool_.output().section("listening on ", 1).section('\n', 0, 0)).port();
     if (port_ <= 0)
         throw std::runtime_error("the collector did not start: " + tool_.errors().toStdString());
 }
@@ -68,35 +54,25 @@ collector_process::collector_process(const QString& folder, const QStringList& e
 std::vector<std::vector<std::string>> collector_process::query(const std::string& sql) const {
     std::vector<std::vector<std::string>> rows;
     const auto add_row = [](void* out, int columns, char** values, char**) {
-        auto& table = *static_cast<std::vector<std::vector<std::string>>*>(out);
-        table.emplace_back();
-        for (int i = 0; i < columns; ++i) table.back().emplace_back(values[i] ? values[i] : "");
+        auto& added = static_cast<decltype(rows)*>(out)->emplace_back();
+        for (int i = 0; i < columns; ++i) added.emplace_back(values[i] ? values[i] : "");
         return 0;
     };
     sqlite3* db = nullptr;
-    const QString path = QDir(folder_).filePath("collector.sqlite");
-    int result = sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr);
-    if (result == SQLITE_OK) {
-        sqlite3_busy_timeout(db, 2000);
+    int result = sqlite3_open_v2(database_.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    if (result == SQLITE_OK && sqlite3_busy_timeout(db, 2000) == SQLITE_OK)
         result = sqlite3_exec(db, sql.c_str(), add_row, &rows, nullptr);
-    }
-    const std::string why = db ? sqlite3_errmsg(db) : "out of memory";
+    const std::string why = sqlite3_errmsg(db);  // "out of memory" when db is null
     sqlite3_close(db);
     if (result != SQLITE_OK) throw std::runtime_error("query failed: " + why);
     return rows;
 }
 
-void write_record(const QString& path, const QByteArray& json, const QString& type,
-                  int age_seconds) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QSettings record(path, QSettings::IniFormat);
-    record.setValue("data", json);
-    record.setValue("type", type);
-    record.sync();
+void write_record(const QString& path, const QByteArray& json, const QString& type, int age) {
+    TarvoConsumerScanner::information_api::write_record_file(path, json, type);
+    const QDateTime modified = QDateTime::currentDateTime().addSecs(-age);
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite) ||
-        !file.setFileTime(QDateTime::currentDateTime().addSecs(-age_seconds),
-                          QFileDevice::FileModificationTime))
+    if (!file.open(QIODevice::Append) || !file.setFileTime(modified, QFile::FileModificationTime))
         throw std::runtime_error("cannot age " + path.toStdString());
 }
 

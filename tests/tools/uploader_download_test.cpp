@@ -2,8 +2,6 @@
 // exactly as it was, whatever the server sends, the disk does or the user
 // left behind, and the message says why.
 #include <QCryptographicHash>
-#include <QDir>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <memory>
 
@@ -13,32 +11,12 @@
 namespace {
 
 struct download_row {
-    const char* source;  // on the server
-    bool tls;
+    QString url;
     QStringList options;
-    const char* target;  // in the row's own folder
-    bool small_disk;
-    int exit_code;  // 0: PATH holds the installer; 1: PATH keeps its former content
+    const char* target;  // in the row's own folder; one under "small-disk/" may be 1 MiB at most
+    int exit_code;       // 0: PATH holds the installer; 1: PATH keeps its former content
     QString message;
 };
-
-// Sends content with no length announced: a quarter, a pause (so that the
-// toolkit reports the size as unknown), a quarter, then the rest or, when
-// cut, a closed connection, which without a length looks like the end.
-httplib::Server::Handler unsized(const std::string& content, bool cut) {
-    return [&content, cut](const httplib::Request&, httplib::Response& res) {
-        res.set_content_provider(
-            "application/octet-stream", [&content, cut](size_t offset, httplib::DataSink& sink) {
-                const size_t half = content.size() / 2;
-                if (offset >= half && cut) return false;
-                if (offset > 0) std::this_thread::sleep_for(std::chrono::milliseconds(250));
-                sink.write(content.data() + offset,
-                           offset < half ? half / 2 : content.size() - offset);
-                if (offset >= half) sink.done();
-                return true;
-            });
-    };
-}
 
 class uploader_download : public uploader_test {};
 
@@ -52,74 +30,81 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
     const auto tls =
         test_support::make_self_signed_certificate(certificate_folder.path().toStdString());
     test_support::local_server plain, secure(tls);
-    for (test_support::local_server* server : {&plain, &secure}) {
+    for (test_support::local_server* server : {&plain, &secure})
         server->answer("/setup.exe", installer, "application/octet-stream");
-        // Every row runs at once; none may wait for a free server thread.
-        server->server().new_task_queue = [] { return new httplib::ThreadPool(32); };
-    }
     plain.answer_json("/missing", R"({"status":"failed","result":"not found"})", 404);
     plain.answer_truncated("/cut", installer, installer.size() / 2);
-    plain.on_get("/unsized", unsized(installer, false));
-    plain.on_get("/unsized-cut", unsized(installer, true));
+    plain.answer_chunked("/unsized", installer, installer.size() / 4, 250);
+    // No length announced, and closed after half, which then looks like the
+    // end; a quarter at a time, with pauses after which the toolkit reports
+    // the size as unknown.
+    plain.on_get("/unsized-cut", [&](const httplib::Request&, httplib::Response& res) {
+        res.set_content_provider(
+            "application/octet-stream", [&](size_t offset, httplib::DataSink& sink) {
+                if (offset > 0) std::this_thread::sleep_for(std::chrono::milliseconds(250));
+                return offset < installer.size() / 2 &&
+                       sink.write(installer.data() + offset, installer.size() / 4);
+            });
+    });
     plain.start();
     secure.start();
     // A connect time of 4 s: the watchdog waits that long, longer than a busy machine pauses.
     configure(1, 4, "");
 
     const QStringList checked{"--sha256", sha, "--size", size};
+    const QString exe = plain.url("/setup.exe"), tls_exe = secure.url("/setup.exe");
     // clang-format off
     const download_row rows[] = {
-        {"/setup.exe", false, checked, "setup.exe", false, 0, "SHA-256 verified"},
-        {"/setup.exe", false, {}, "setup.exe", false, 0, QString("download: %1 of %1 bytes (100%)").arg(size)},
-        {"/setup.exe", false, {"--sha256", QString(64, '0')}, "setup.exe", false, 1, "SHA-256 mismatch"},
-        {"/setup.exe", false, {"--size", "3"}, "setup.exe", false, 1, "the server announced " + size + " bytes, --size says 3"},
-        {"/missing", false, checked, "setup.exe", false, 1, "the server refused the download: not found"},
-        {"/cut", false, {}, "setup.exe", false, 1, "no data from"},
-        {"/unsized-cut", false, {}, "setup.exe", false, 1, "the server announced no size"},
-        {"/unsized-cut", false, {"--size", size}, "setup.exe", false, 1, QString("the file has %1 bytes, %2 expected").arg(bytes.size() / 2).arg(size)},
-        {"/unsized", false, {"--sha256", sha}, "setup.exe", false, 0, "SHA-256 verified"},
-        {"/setup.exe", false, {}, "setup.exe", true, 1, "write error: only 1048576 of the " + size + " bytes received reached the disk"},
-        {"/setup.exe", false, checked, "y1/ab", false, 0, "SHA-256 verified"},
-        {"/setup.exe", true, {}, "setup.exe", false, 0, "download: saved"},
-        {"/setup.exe", true, {"--verify-tls"}, "setup.exe", false, 1, "a server certificate that is not trusted"},
-        {"/setup.exe", true, {"--ca-file", QString::fromStdString(tls.certificate)}, "setup.exe", false, 0, "download: saved"},
+        {exe, checked, "setup.exe", 0, "SHA-256 verified"},
+        {exe, {}, "setup.exe", 0, QString("download: %1 of %1 bytes (100%)").arg(size)},
+        {exe, {"--sha256", QString(64, '0')}, "setup.exe", 1, "SHA-256 mismatch"},
+        {exe, {"--size", "3"}, "setup.exe", 1, "the server announced " + size + " bytes, --size says 3"},
+        {plain.url("/missing"), checked, "setup.exe", 1, "the server refused the download: not found"},
+        // The toolkit reports a cut either as an error, which leaves the end to
+        // the watchdog ("no data ... after N bytes"), or as an end ("the file has N bytes").
+        {plain.url("/cut"), {}, "setup.exe", 1, "1048576 bytes"},
+        {plain.url("/unsized-cut"), {}, "setup.exe", 1, "the server announced no size"},
+        {plain.url("/unsized-cut"), {"--size", size}, "setup.exe", 1, "the file has 1048576 bytes, " + size + " expected"},
+        {plain.url("/unsized"), {"--sha256", sha}, "setup.exe", 0, "SHA-256 verified"},
+        {exe, {}, "small-disk/setup.exe", 1, "write error: only 1048576 of the " + size + " bytes received reached the disk"},
+        {exe, checked, "y1/ab", 0, "SHA-256 verified"},
+        {tls_exe, {}, "setup.exe", 0, "download: saved"},
+        {tls_exe, {"--verify-tls"}, "setup.exe", 1, "no data from " + tls_exe + " for 4 s after 0 bytes (network error, silent server or a server certificate that is not trusted)"},
+        {tls_exe, {"--ca-file", QString::fromStdString(tls.certificate)}, "setup.exe", 0, "download: saved"},
     };
     // clang-format on
-    std::vector<std::unique_ptr<QProcess>> runs;
+    // Every row runs at once.
+    std::vector<std::unique_ptr<tool_test::running_tool>> runs;
     for (const download_row& row : rows) {
         // The installer of a former version in place, and the leftovers of
         // an interrupted run beside it.
         const QFileInfo target(QString("dl%1/%2").arg(runs.size()).arg(row.target));
-        QDir().mkpath(target.absolutePath());
         tool_test::write_text(target.filePath(), "former installer");
         for (const char* leftover : {".temp", ".new"})
             tool_test::write_text(target.absolutePath() + "/." + target.fileName() + leftover,
                                   QByteArray(1 << 20, 'x'));
-        // A small disk: files of at most 1 MiB, writes beyond fail.
-        const QString shell = QString("ulimit -f %1 && trap '' XFSZ && exec \"$0\" \"$@\"")
-                                  .arg(row.small_disk ? "1024" : "unlimited");
-        runs.emplace_back(new QProcess);
-        runs.back()->start("/bin/bash",
-                           QStringList{"-c", shell, INFORMATION_UPLOADER_PATH, "download",
-                                       (row.tls ? secure : plain).url(row.source),
-                                       target.absoluteFilePath(), "--workdir", host} +
-                               row.options);
+        const QString shell =
+            QString("ulimit -f %1 && trap '' XFSZ && exec \"$0\" \"$@\"")
+                .arg(target.filePath().contains("small-disk") ? "1024" : "unlimited");
+        const QStringList arguments{"-c",        shell,   INFORMATION_UPLOADER_PATH,
+                                    "download",  row.url, target.absoluteFilePath(),
+                                    "--workdir", host};
+        runs.emplace_back(
+            new tool_test::running_tool("/bin/bash", arguments + row.options, QString()));
     }
     auto entries = [](const QString& folder) {
         return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     };
     for (size_t i = 0; i < runs.size(); ++i) {
         const download_row& row = rows[i];
-        ASSERT_TRUE(runs[i]->waitForFinished(30000));
-        const QString output = runs[i]->readAllStandardOutput() + runs[i]->readAllStandardError();
-        SCOPED_TRACE(QString("row %1: %2\n").arg(i).arg(output).toStdString());
-        EXPECT_EQ(runs[i]->exitCode(), row.exit_code);
-        EXPECT_TRUE(holds_all(output, {row.message}));
-        EXPECT_EQ(output.contains(" is unchanged"), row.exit_code != 0);
+        const auto result = runs[i]->stop(0, 30000);
+        SCOPED_TRACE(i);
+        EXPECT_TRUE(ended(result, row.exit_code, {row.message}));
+        EXPECT_EQ((result.out + result.err).contains(" is unchanged"), row.exit_code != 0);
         const QString folder = QString("dl%1").arg(i);
         QFile target(folder + "/" + row.target);
-        ASSERT_TRUE(target.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(target.readAll() == (row.exit_code == 0 ? bytes : "former installer"));
+        EXPECT_TRUE(target.open(QIODevice::ReadOnly) &&
+                    target.readAll() == (row.exit_code == 0 ? bytes : "former installer"));
         // No staging file, lock or temporary file is left, beside PATH or above.
         const QFileInfo path(target);
         EXPECT_EQ(entries(path.absolutePath()), QStringList{path.fileName()});
