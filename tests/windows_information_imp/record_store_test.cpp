@@ -146,6 +146,22 @@ TEST_F(store_test, records_are_regular_files_never_what_a_link_leads_to) {
     EXPECT_EQ(data + type, "untoucheduntouched");
 }
 
+TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
+    const std::pair<const char*, bool> rows[] = {
+        {"[General]\ndata=@ByteArray({\\\"a\\\":1})\ntype=usage\n", true},
+        {"[General]\r\ndata=\"@ByteArray({\\\"a\\\": 1, \\\"b\\\": 2})\"\r\ntype=score\r\n", true},
+        {"type=\"a&type=b\"\n", true},
+        {"data=@ByteArray(x), @Rect(1 2 3 4)\n", false},  // a list: each element is obeyed
+        {"data=\"@Rect(1 2 3 4)\"\n", false},
+        {"data=\"@ByteArray(x)\", \"@Rect(1 2 3 4)\"\n", false},
+        {"type=\\x40Variant(\\0\\0)\n", false},  // an escaped '@'
+        {"type=@Variant(\\0\\0)\n", false},
+        {"=\r\xb3=@Variant(\\0)\n", false},  // a carriage return ends a line too
+        {"[Other]\ndata=@ByteArray(x)\n", false},
+        {"size=@Size(1 2)\n", false}};
+    for (const auto& [ini, record] : rows) EXPECT_EQ(api::shaped_like_a_record(ini), record) << ini;
+}
+
 TEST_F(store_test, settings_give_the_upload_configuration) {
     const QString release = INFORMATION_API_RELEASE_SERVICE_URL,
                   test_up = INFORMATION_API_TEST_UPLOAD_URL;

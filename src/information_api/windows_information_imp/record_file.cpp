@@ -13,6 +13,42 @@ void write_record_file(const QString& path, const QByteArray& json, const QStrin
     record.sync();
 }
 
+namespace {
+
+// One string as QSettings writes it, in quotes when it holds a comma or
+// another special character, with escapes inside. Outside escapes no quote
+// and no comma may start another string or list element, and the string may
+// start with '@' (which QSettings obeys) only as the byte array it writes.
+bool single_string(const QByteArray& value, bool byte_array) {
+    const bool quoted = value.startsWith('"');
+    if (quoted && (value.size() < 2 || !value.endsWith('"'))) return false;
+    const QByteArray text = quoted ? value.mid(1, value.size() - 2) : value;
+    if (byte_array ? !text.startsWith("@ByteArray(") || !text.endsWith(')')
+                   : text.startsWith('@') || text.startsWith('\\'))
+        return false;
+    for (int i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\')
+            ++i;
+        else if (text[i] == '"' || (text[i] == ',' && !quoted))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool shaped_like_a_record(const QByteArray& ini) {
+    for (QByteArray line : QByteArray(ini).replace('\r', '\n').split('\n')) {
+        line = line.trimmed();
+        if (line.isEmpty() || line == "[General]") continue;
+        const QByteArray value = line.mid(5).trimmed();
+        if (line.startsWith("type=") && single_string(value, false)) continue;
+        if (line.startsWith("data=") && single_string(value, true)) continue;
+        return false;
+    }
+    return true;
+}
+
 QString cut_module_file(const QString& path) {
     const int dash = path.lastIndexOf('-', -1, Qt::CaseSensitive);
     const int suffix = path.lastIndexOf("R550.ple", -1, Qt::CaseInsensitive);

@@ -21,6 +21,7 @@
 #include <sys/stat.h>
 #endif
 
+#include "record_file.h"
 #include "windows_information_imp.h"
 
 namespace TarvoConsumerScanner {
@@ -87,19 +88,11 @@ std::vector<record_entry> records_oldest_first(const QString& extension) {
     return records;
 }
 
-// Whether a file is no larger than a record can be and none of its values is
-// a serialized variant: the library writes a byte array and a text, while
-// QSettings rebuilds any Qt type a variant names (a pixmap, in a process
-// without a GUI, aborts it).
-bool holds_only_record_values(const QString& path) {
+// Whether a file is no larger than a record can be and shaped like one.
+bool holds_a_record(const QString& path) {
     QFile file(path);
     if (file.size() > max_record_file_size || !file.open(QIODevice::ReadOnly)) return false;
-    while (!file.atEnd()) {
-        const QByteArray line = file.readLine();
-        const int equals = line.indexOf('=');
-        if (equals >= 0 && line.mid(equals + 1).trimmed().startsWith("@Variant(")) return false;
-    }
-    return true;
+    return shaped_like_a_record(file.readAll());
 }
 
 // The host sets "start_time" on its application object; without it (or
@@ -159,7 +152,7 @@ int windows_information_imp::read_record_file(const QString& path, QString& data
     // Only a regular file is a record: never what a link leads to, nor a
     // file the library cannot have written.
     const QFileInfo file(path);
-    if (file.isSymLink() || !file.isFile() || !holds_only_record_values(path)) {
+    if (file.isSymLink() || !file.isFile() || !holds_a_record(path)) {
         LOG(WARNING) << "not a record file: " << path.toStdString();
         return -1;
     }
