@@ -177,11 +177,22 @@ TEST_F(lifecycle_test, clean_releases_every_connection_and_stops_the_thread) {
     EXPECT_TRUE(worker->isFinished());
 }
 
+// Without a worker the connectors stay on this thread, where their return
+// codes can be read: the handler's 0, 7 after a network error, 6 after a
+// time-out.
 TEST_F(lifecycle_test, requests_without_a_worker_run_on_the_calling_thread) {
     serve();
     upload(4);
-    ASSERT_TRUE(sink_.wait_for_responses(1));
-    EXPECT_EQ(sink_.responses()[0].thread, QThread::currentThread());
+    upload_information(server_.url("/silent"), "{}", "a", "usage", &sink_, 5, 50);
+    upload_information(QString("http://127.0.0.1:%1/x").arg(closed_port()), "{}", "a", "usage",
+                       &sink_, 6, 5000);
+    ASSERT_TRUE(wait_until([&] { return sink_.responses().size() >= 4; }));
+    for (const call& r : sink_.responses()) EXPECT_EQ(r.thread, QThread::currentThread());
+    EXPECT_EQ(QString("%1 %2 %3")
+                  .arg(registered(4)->rt())
+                  .arg(registered(5)->rt())
+                  .arg(registered(6)->rt()),
+              "0 6 7");
     EXPECT_EQ(release_connect(4), 0);
 }
 
