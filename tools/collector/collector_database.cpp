@@ -97,7 +97,9 @@ struct collector_database::handles {
         sqlite::transaction schema(db);
         db.execute(create_tables);
         sqlite::statement version(db, "PRAGMA user_version");
-        if (!version.next() || version.integer(0) != facts_version) {
+        const qint64 stored_version = version.next() ? version.integer(0) : 0;
+        version.run();
+        if (stored_version != facts_version) {
             db.execute("DROP TABLE IF EXISTS record_facts");
             db.execute(("PRAGMA user_version = " + std::to_string(facts_version)).c_str());
         }

@@ -39,7 +39,7 @@ QString label_of(const std::string& value) {
     return value.empty() ? QString("(not given)") : QString::fromStdString(value);
 }
 
-// The most frequent values first, then the rest as one "(other)".
+// [value, count] pairs, the most frequent values first, then the rest as one "(other)".
 QJsonArray ranked(const counts& values) {
     std::vector<std::pair<std::string, qint64>> sorted(values.begin(), values.end());
     std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
@@ -49,12 +49,11 @@ QJsonArray ranked(const counts& values) {
     qint64 other = 0;
     for (size_t i = 0; i < sorted.size(); ++i) {
         if (i < size_t(dashboard_queries::top_values))
-            out.append(
-                QJsonObject{{"value", label_of(sorted[i].first)}, {"count", sorted[i].second}});
+            out.append(QJsonArray{label_of(sorted[i].first), sorted[i].second});
         else
             other += sorted[i].second;
     }
-    if (other > 0) out.append(QJsonObject{{"value", "(other)"}, {"count", other}});
+    if (other > 0) out.append(QJsonArray{"(other)", other});
     return out;
 }
 
@@ -190,8 +189,7 @@ QJsonObject dashboard_queries::distributions(const dashboard_filter& filter) {
                    "GROUP BY score ORDER BY score");
         while (score_rows.next())
             if (!score_rows.is_null(0))
-                scores.append(QJsonObject{{"score", score_rows.integer(0)},
-                                          {"count", score_rows.integer(1)}});
+                scores.append(QJsonArray{score_rows.integer(0), score_rows.integer(1)});
     }
     out["scores"] = scores;
     return out;

@@ -119,12 +119,12 @@ function showDistributions(distributions) {
   $('basis').textContent = `from ${distributions.records} ${distributions.basis} records`;
   for (const [name] of facets) {
     const values = distributions.facets[name];
-    barChart(`facet-${name}`, values.map((value) => value.value), [{
-      label: 'records', data: values.map((value) => value.count), backgroundColor: palette[0],
+    barChart(`facet-${name}`, values.map(([value]) => value), [{
+      label: 'records', data: values.map(([, count]) => count), backgroundColor: palette[0],
     }], { horizontal: true });
   }
-  barChart('chart-scores', distributions.scores.map((score) => String(score.score)), [{
-    label: 'score records', data: distributions.scores.map((score) => score.count),
+  barChart('chart-scores', distributions.scores.map(([score]) => String(score)), [{
+    label: 'score records', data: distributions.scores.map(([, count]) => count),
     backgroundColor: palette[1],
   }]);
 }
