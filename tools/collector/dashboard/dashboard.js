@@ -37,6 +37,8 @@ function tableRow(cells) {
   return row;
 }
 
+const counted = (count, noun) => `${count} ${noun}${count === 1 ? '' : 's'}`;
+
 // "2026-11-23T09:04:10Z" as "2026-11-23 09:04:10"; the headings say UTC.
 const time = (utc) => utc.replace('T', ' ').replace('Z', '');
 
@@ -116,7 +118,7 @@ function showSummary(summary) {
 }
 
 function showDistributions(distributions) {
-  $('basis').textContent = `from ${distributions.records} ${distributions.basis} records`;
+  $('basis').textContent = `from ${counted(distributions.records, `${distributions.basis} record`)}`;
   for (const [name] of facets) {
     const values = distributions.facets[name];
     barChart(`facet-${name}`, values.map(([value]) => value), [{
@@ -142,7 +144,7 @@ function showFeedback({ feedback }) {
 }
 
 function showRecords({ total, records }) {
-  $('record-count').textContent = `${total} records`;
+  $('record-count').textContent = counted(total, 'record');
   $('page').textContent = total ? `${offset + 1}–${offset + records.length} of ${total}` : '';
   $('newer').disabled = offset === 0;
   $('older').disabled = offset + records.length >= total;
@@ -157,7 +159,7 @@ function showRecords({ total, records }) {
 }
 
 function showFiles({ count, bytes: size, files }) {
-  $('file-count').textContent = `${count} files, ${bytes(size)}`;
+  $('file-count').textContent = `${counted(count, 'file')}, ${bytes(size)}`;
   $('file-rows').replaceChildren(...files.map((file) => {
     const link = element('a', file.name);
     link.href = file.download;
