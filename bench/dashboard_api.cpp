@@ -67,7 +67,8 @@ QByteArray record(std::mt19937& random, const QString& type) {
                                   {"browser", QJsonObject{{"name", "Edge"}, {"ver", "120"}}}}},
         {"osHdExt", QJsonObject{{"cpu", QJsonArray{QJsonObject{{"cpuCores", 16},
                                                                {"cpuModel", pick(random, cpus)}}}},
-                                {"memSize", double(qint64(8 + random() % 120) << 30)},
+                                // What machines report: a little under their modules' size.
+                                {"memSize", double((qint64(8) << (random() % 4)) * 1000 << 20)},
                                 {"gpu", QJsonArray{QJsonObject{{"gpuModel", pick(random, gpus)},
                                                                {"gpuMemSize", 8589934592.0}}}},
                                 {"hddSize", 1e12},
