@@ -50,9 +50,7 @@ CREATE TABLE IF NOT EXISTS record_facts (
   feedback     TEXT NOT NULL,
   attachments  TEXT NOT NULL
 );
-CREATE INDEX IF NOT EXISTS record_facts_by_time ON record_facts (received_at, type, app_id);
-CREATE INDEX IF NOT EXISTS record_facts_by_type ON record_facts (type, received_at);
-CREATE INDEX IF NOT EXISTS record_facts_by_app ON record_facts (app_id, received_at);
+CREATE INDEX IF NOT EXISTS record_facts_by_type ON record_facts (type, received_at, app_id);
 )sql";
 
 const char* const insert_facts_sql =
