@@ -67,7 +67,8 @@ void count_lines(counts& into, std::string_view lines) {
     }
 }
 
-// Installed memory, as the size of memory modules it is closest to from below.
+// Installed memory rounded up to a power of two GiB: machines report a little
+// less than the size of their modules.
 std::string memory_bucket(qint64 bytes) {
     if (bytes <= 0) return std::string();
     qint64 gib = 1;
@@ -93,6 +94,35 @@ std::optional<dashboard_filter> only(const dashboard_filter& filter, const QStri
     return narrowed;
 }
 
+// type -> day -> how many records, from rows of type and received_at.
+// Counted here, where SQLite would sort every row to group them; a run of
+// rows of one type and day, as the index gives them, costs no lookup.
+std::map<QString, std::map<QString, qint64>> count_per_type_and_day(sqlite::statement&& rows) {
+    std::map<QString, std::map<QString, qint64>> counts;
+    std::string run_type, run_day;
+    qint64* count = nullptr;
+    while (rows.next()) {
+        const std::string_view type = rows.view(0), day = rows.view(1).substr(0, 10);
+        if (!count || type != run_type || day != run_day) {
+            run_type = type;
+            run_day = day;
+            count = &counts[QString::fromStdString(run_type)][QString::fromStdString(run_day)];
+        }
+        ++*count;
+    }
+    return counts;
+}
+
+// The values of a column that most records have, 50 at most, for the page's filters.
+QJsonArray most_frequent(sqlite::connection& db, const char* column) {
+    const std::string sql = std::string("SELECT ") + column + " FROM record_facts GROUP BY " +
+                            column + " ORDER BY count(*) DESC LIMIT 50";
+    sqlite::statement rows(db, sql.c_str());
+    QJsonArray values;
+    while (rows.next()) values.append(rows.text(0));
+    return values;
+}
+
 }  // namespace
 
 dashboard_queries::dashboard_queries(const QString& database_path) : db_(database_path, true) {
@@ -101,72 +131,50 @@ dashboard_queries::dashboard_queries(const QString& database_path) : db_(databas
 
 QJsonObject dashboard_queries::summary(const dashboard_filter& filter) {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::map<QString, std::map<QString, qint64>> per_type;  // type -> day -> count
-    std::map<QString, qint64> totals;
+    const auto per_type =
+        count_per_type_and_day(select(db_, filter, "SELECT type, received_at FROM record_facts"));
     std::map<QString, int> day_index;
-    // Counted here, where SQLite would sort every row to group them; a run of
-    // rows of one type and day, as the indexes give them, costs no lookup.
-    sqlite::statement rows = select(db_, filter, "SELECT type, received_at FROM record_facts");
-    std::string type, day;
-    qint64* count = nullptr;
-    while (rows.next()) {
-        const std::string_view row_type = rows.view(0), row_day = rows.view(1).substr(0, 10);
-        if (!count || row_type != type || row_day != day) {
-            type = row_type;
-            day = row_day;
-            count = &per_type[QString::fromStdString(type)][QString::fromStdString(day)];
+    std::vector<std::pair<qint64, QString>> ranking;  // -total, type: the most records first
+    for (const auto& [type, days] : per_type) {
+        qint64 total = 0;
+        for (const auto& [day, count] : days) {
+            total += count;
+            day_index[day] = 0;
         }
-        ++*count;
+        ranking.emplace_back(-total, type);
     }
-    for (const auto& [name, days] : per_type)
-        for (const auto& [date, number] : days) {
-            totals[name] += number;
-            day_index[date] = 0;
-        }
-    QJsonArray day_labels;
-    for (auto& day : day_index) {
-        day.second = day_labels.size();
-        day_labels.append(day.first);
-    }
-    // The types with the most records, each with its count per day.
-    std::vector<std::pair<qint64, QString>> ranking;
-    for (const auto& total : totals) ranking.emplace_back(-total.second, total.first);
     std::sort(ranking.begin(), ranking.end());
+    QJsonArray day_labels;
+    for (auto& [day, index] : day_index) {
+        index = day_labels.size();
+        day_labels.append(day);
+    }
+    // The types with the most records, each with its count per day, then the rest as one.
     QJsonArray types;
     qint64 records = 0;
+    qint64 other_total = 0;
     std::vector<qint64> other(day_index.size(), 0);
     for (size_t i = 0; i < ranking.size(); ++i) {
         const QString& type = ranking[i].second;
-        records += totals[type];
         std::vector<qint64> series(day_index.size(), 0);
-        for (const auto& day : per_type[type]) series[day_index[day.first]] = day.second;
-        if (i >= size_t(top_values)) {
-            for (size_t d = 0; d < series.size(); ++d) other[d] += series[d];
+        for (const auto& [day, count] : per_type.at(type)) series[day_index[day]] = count;
+        records -= ranking[i].first;
+        if (i < size_t(top_values)) {
+            types.append(QJsonObject{
+                {"type", type}, {"total", -ranking[i].first}, {"per_day", numbers(series)}});
             continue;
         }
+        other_total -= ranking[i].first;
+        for (size_t d = 0; d < series.size(); ++d) other[d] += series[d];
+    }
+    if (other_total > 0)
         types.append(
-            QJsonObject{{"type", type}, {"total", totals[type]}, {"per_day", numbers(series)}});
-    }
-    if (ranking.size() > size_t(top_values)) {
-        qint64 sum = 0;
-        for (qint64 count : other) sum += count;
-        types.append(QJsonObject{{"type", "(other)"}, {"total", sum}, {"per_day", numbers(other)}});
-    }
-    QJsonArray known_types;
-    sqlite::statement by_type(db_,
-                              "SELECT type FROM record_facts GROUP BY type "
-                              "ORDER BY count(*) DESC LIMIT 50");
-    while (by_type.next()) known_types.append(by_type.text(0));
-    QJsonArray known_apps;
-    sqlite::statement by_app(db_,
-                             "SELECT app_id FROM record_facts GROUP BY app_id "
-                             "ORDER BY count(*) DESC LIMIT 50");
-    while (by_app.next()) known_apps.append(by_app.text(0));
+            QJsonObject{{"type", "(other)"}, {"total", other_total}, {"per_day", numbers(other)}});
     return {{"records", records},
             {"days", day_labels},
             {"types", types},
-            {"known_types", known_types},
-            {"known_apps", known_apps}};
+            {"known_types", most_frequent(db_, "type")},
+            {"known_apps", most_frequent(db_, "app_id")}};
 }
 
 QJsonObject dashboard_queries::distributions(const dashboard_filter& filter) {
