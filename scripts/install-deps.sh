@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev
   libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev
   libsqlite3-dev sqlite3
+  libjs-chart.js
 )
 packages+=("$@")
 

@@ -7,8 +7,13 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 sanitize=OFF
 [ "${1:-}" = --sanitize ] && sanitize=ON
 
+# The dashboard's browser test drives Debian's headless Chromium with
+# playwright-core from npm (it installs that itself), which needs Node.js.
+browser_test=(chromium-headless-shell)
+command -v npm >/dev/null 2>&1 || browser_test+=(nodejs npm)
+
 if [ $sanitize = ON ]; then
-  "$root/scripts/install-deps.sh"
+  "$root/scripts/install-deps.sh" "${browser_test[@]}"
   build="${SANITIZE_BUILD_DIR:-$root/build-sanitize}"
   # Qt's offscreen platform plugin keeps a few objects for the whole process;
   # the suppressions name each of them with its reason.
@@ -19,7 +24,7 @@ if [ $sanitize = ON ]; then
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 else
   # The cross compiler and Wine run the Windows machine profile check.
-  "$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix
+  "$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix "${browser_test[@]}"
   build="${BUILD_DIR:-$root/build}"
 fi
 

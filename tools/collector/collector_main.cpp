@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -18,6 +19,7 @@
 #include "collector_options.h"
 #include "collector_server.h"
 #include "collector_service.h"
+#include "dashboard_service.h"
 
 namespace {
 
@@ -36,7 +38,8 @@ void warn_beyond_loopback(const QString& host) {
              "check (the ids are built into every host, so it keeps out mistakes, not "
              "attackers), the request deadlines (--timeout) and the body limit (--max-body). "
              "What does not: there is no login, so anyone who reaches the port can store "
-             "records and files (filling the disk) and read every descriptor and file served; "
+             "records and files (filling the disk), read every descriptor and file served, and "
+             "read every record and uploaded file through the dashboard; "
              "without --cert everything crosses the network in clear text.");
 }
 
@@ -89,6 +92,17 @@ int main(int argc, char** argv) {
         complain("cannot open the database " + options.database + ": " + error);
         return 1;
     }
+    if (database.facts_added_on_open() > 0)
+        say(QString("information_collector: the dashboard's figures taken from %1 stored records")
+                .arg(database.facts_added_on_open()));
+    std::unique_ptr<dashboard_queries> queries;
+    try {
+        queries = std::make_unique<dashboard_queries>(options.database);
+    } catch (const sqlite::error& e) {
+        complain("cannot open the database " + options.database +
+                 " for the dashboard: " + e.what());
+        return 1;
+    }
     collector_server server(options.server);
     std::string tls_error;
     if (!options.cert.isEmpty() &&
@@ -99,10 +113,13 @@ int main(int argc, char** argv) {
     }
     collector_service service(options.config, database);
     service.install(server);
+    dashboard_service dashboard(*queries, options.config.upload_dir);
+    dashboard.install(server);
     // One line at a time; the local time it shows is read under the same lock,
     // since the C library's time zone state is not made for many threads.
     std::mutex log_lock;
     server.set_logger([&log_lock](const httplib::Request& req, const httplib::Response& res) {
+        if (dashboard_service::is_routine(req, res)) return;
         std::lock_guard<std::mutex> lock(log_lock);
         say(QString::fromStdString(collector_service::describe(req, res)));
     });
@@ -133,9 +150,10 @@ int main(int argc, char** argv) {
         say("information_collector: descriptors from " + options.config.software.path());
     if (options.config.files.is_set())
         say("information_collector: files from " + options.config.files.path());
-    say(QString("information_collector listening on %1://%2:%3")
-            .arg(server.uses_tls() ? "https" : "http", options.host)
-            .arg(port));
+    const QString address =
+        QString("%1://%2:%3").arg(server.uses_tls() ? "https" : "http", options.host).arg(port);
+    say("information_collector listening on " + address);
+    say("information_collector: dashboard at " + address + "/");
 
     int signal_number = 0;
     sigwait(&stop_signals, &signal_number);
@@ -146,6 +164,7 @@ int main(int argc, char** argv) {
     std::thread watchdog([&] { end_at_second_signal(stop_signals, stopped); });
     server.shut_down();
     listener.join();
+    queries.reset();
     database.close();
     stopped = true;
     watchdog.join();

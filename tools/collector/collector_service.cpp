@@ -5,12 +5,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
-
 #include <QJsonObject>
 #include <QSaveFile>
 #include <QUuid>
 #include <memory>
-#include "json_handler/json_outline.h"
 
 #include "json_answer.h"
 #include "json_handler/json_outline.h"
@@ -40,20 +38,6 @@ void refuse_and_close(Response& res, const QString& why, int http_status = 200) 
 
 void refuse_too_large(Response& res, quint64 limit) {
     refuse_and_close(res, QString("request body larger than %1 bytes").arg(limit), 413);
-}
-
-// Streams a file with its length announced, so a client can show progress.
-void stream_file(Response& res, const QString& path, const char* content_type) {
-    auto file = std::make_shared<QFile>(path);
-    if (!file->open(QIODevice::ReadOnly)) return answer_failed(res, "cannot read the file", 500);
-    if (file->size() == 0) return res.set_content(std::string(), content_type);
-    res.set_content_provider(
-        size_t(file->size()), content_type,
-        [file](size_t offset, size_t length, httplib::DataSink& sink) {
-            if (!file->seek(qint64(offset))) return false;
-            const QByteArray chunk = file->read(qint64(std::min<size_t>(length, 64 * 1024)));
-            return !chunk.isEmpty() && sink.write(chunk.constData(), size_t(chunk.size()));
-        });
 }
 
 }  // namespace
@@ -121,7 +105,7 @@ void collector_service::accept_information(const Request& req, Response& res,
     if (outline.replaces_a_container)
         return answer_failed(res, "body is not JSON: a name repeated over an array or object");
     QJsonParseError parse_error;
-    QJsonDocument::fromJson(json, &parse_error);
+    const QJsonDocument document = QJsonDocument::fromJson(json, &parse_error);
     if (parse_error.error != QJsonParseError::NoError)
         return answer_failed(res, "body is not JSON: " + parse_error.errorString());
     const QString type = param(req, "type");
@@ -130,7 +114,7 @@ void collector_service::accept_information(const Request& req, Response& res,
     QString error;
     if (!database_.add_information(
             {utc_now_text(), QString::fromStdString(req.get_header_value("X-Auth-AppID")), type,
-             QString::fromStdString(body)},
+             QString::fromStdString(body), facts_of(document.object())},
             error))
         return answer_failed(res, "could not store: " + error, 500);
     answer_success(res);

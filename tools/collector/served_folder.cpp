@@ -2,6 +2,9 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <memory>
+
+#include "json_answer.h"
 
 served_folder::served_folder(const QString& path) {
     const QFileInfo info(path);
@@ -17,4 +20,17 @@ QString served_folder::file(const QString& relative) const {
     const QString inside = root_.endsWith('/') ? root_ : root_ + '/';
     if (!real.startsWith(inside) || !QFileInfo(real).isFile()) return QString();
     return real;
+}
+
+void stream_file(httplib::Response& res, const QString& path, const char* content_type) {
+    auto file = std::make_shared<QFile>(path);
+    if (!file->open(QIODevice::ReadOnly)) return answer_failed(res, "cannot read the file", 500);
+    if (file->size() == 0) return res.set_content(std::string(), content_type);
+    res.set_content_provider(
+        size_t(file->size()), content_type,
+        [file](size_t offset, size_t length, httplib::DataSink& sink) {
+            if (!file->seek(qint64(offset))) return false;
+            const QByteArray chunk = file->read(qint64(std::min<size_t>(length, 64 * 1024)));
+            return !chunk.isEmpty() && sink.write(chunk.constData(), size_t(chunk.size()));
+        });
 }

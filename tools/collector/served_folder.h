@@ -1,5 +1,7 @@
 #pragma once
 
+#include <httplib.h>
+
 #include <QString>
 
 // A folder whose files are served read-only. A name below it leads to a file
@@ -20,3 +22,7 @@ public:
 private:
     QString root_;  // canonical, without symbolic links
 };
+
+// Answers with the file at path, streamed with its length announced so that a
+// client can show progress; 500 when it cannot be read.
+void stream_file(httplib::Response& res, const QString& path, const char* content_type);

@@ -4,10 +4,10 @@
 
 namespace sqlite {
 
-connection::connection(const QString& path) {
+connection::connection(const QString& path, bool read_only) {
     sqlite3* db = nullptr;
-    const int result = sqlite3_open_v2(path.toUtf8().constData(), &db,
-                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    const int flags = read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int result = sqlite3_open_v2(path.toUtf8().constData(), &db, flags, nullptr);
     db_.reset(db);
     if (result != SQLITE_OK) {
         if (!db) throw error("out of memory");
@@ -43,11 +43,40 @@ statement& statement::bind(int index, qint64 number) {
 }
 
 void statement::run() {
+    if (next()) reset();
+}
+
+bool statement::next() {
     const int result = sqlite3_step(statement_.get());
+    if (result == SQLITE_ROW) return true;
     const std::string why = result == SQLITE_DONE ? std::string() : sqlite3_errmsg(db_.handle());
+    reset();
+    if (result != SQLITE_DONE) throw error(why);
+    return false;
+}
+
+void statement::reset() {
     sqlite3_reset(statement_.get());
     sqlite3_clear_bindings(statement_.get());
-    if (result != SQLITE_DONE) throw error(why);
+}
+
+std::string_view statement::view(int column) const {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+    return text ? std::string_view(text, size_t(sqlite3_column_bytes(statement_.get(), column)))
+                : std::string_view();
+}
+
+QString statement::text(int column) const {
+    const std::string_view utf8 = view(column);
+    return QString::fromUtf8(utf8.data(), int(utf8.size()));
+}
+
+qint64 statement::integer(int column) const {
+    return sqlite3_column_int64(statement_.get(), column);
+}
+
+bool statement::is_null(int column) const {
+    return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
 }
 
 transaction::transaction(connection& db) : db_(db) {

@@ -5,6 +5,7 @@
 #include <QString>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 // A thin RAII layer over SQLite: every handle is released by its owner, and
 // every failure is thrown as sqlite::error with SQLite's message.
@@ -15,10 +16,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// An open database file, created when missing.
+// An open database file, created when missing unless opened to read only.
 class connection {
 public:
-    explicit connection(const QString& path);
+    explicit connection(const QString& path, bool read_only = false);
 
     // Runs statements that return nothing of interest.
     void execute(const char* sql);
@@ -41,11 +42,21 @@ public:
     statement& bind(int index, qint64 number);
     // Runs to completion, then clears the values for the next run.
     void run();
+    // Steps to the next row of a query: false at its end, where the statement
+    // is ready for new values.
+    bool next();
+    // The columns of the current row; a view lasts until the next step.
+    std::string_view view(int column) const;
+    QString text(int column) const;
+    qint64 integer(int column) const;
+    bool is_null(int column) const;
 
 private:
     struct finalizer {
         void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
     };
+    void reset();
+
     connection& db_;
     std::unique_ptr<sqlite3_stmt, finalizer> statement_;
 };

@@ -1,9 +1,16 @@
 #!/usr/bin/env bash
 # The whole cycle on this machine, with no outside service: a local collector,
 # a host that records a session and its events, the uploader that sends them,
-# then a descriptor query and an installer download.
+# then a descriptor query, an installer download and the collector's
+# dashboard (a screenshot of it lands in BUILD_DIR/dashboard-demo.png). With
+# --keep the collector is left running at the end, for a person to open the
+# dashboard.
+#   run_demo.sh BUILD_DIR [--keep]
 set -euo pipefail
-bin="$(cd "${1:?usage: run_demo.sh BUILD_DIR}" && pwd)/tools"
+build="$(cd "${1:?usage: run_demo.sh BUILD_DIR [--keep]}" && pwd)"
+keep=0
+[ "${2:-}" = --keep ] && keep=1
+bin="$build/tools"
 collector="$bin/collector/information_collector"
 uploader="$bin/uploader/information_uploader"
 recorder="$bin/demo/information_demo_recorder"
@@ -43,6 +50,7 @@ done
 service="$(grep -o 'https\?://127\.0\.0\.1:[0-9]*' "$work/service/collector.log" | head -n1)"
 [ -n "$service" ] || { cat "$work/service/collector.log"; echo "the collector did not start" >&2; exit 1; }
 echo "information_collector listens on $service (database: collector.sqlite)"
+echo "its dashboard: $service/"
 
 # The descriptor and file-upload addresses are compiled into the library;
 # the uploader takes the local ones on its command line.
@@ -113,7 +121,28 @@ else
   exit 1
 fi
 
-step "10. Stopping the service"
+step "10. The dashboard: $service/"
+# Debian's headless Chromium, kept off the network it would otherwise try.
+if browser="$(command -v chromium-headless-shell)"; then
+  "$browser" --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
+    --disable-background-networking --disable-component-update --disable-sync \
+    --user-data-dir="$work/browser" --hide-scrollbars --window-size=1400,2150 \
+    --virtual-time-budget=4000 --screenshot="$build/dashboard-demo.png" "$service/" \
+    > "$work/browser.log" 2>&1 && echo "   a screenshot of it: $build/dashboard-demo.png" ||
+    { echo "   the screenshot failed:"; tail -n 5 "$work/browser.log" | indent; }
+else
+  echo "   (no screenshot: chromium-headless-shell is not installed)"
+fi
+
+if [ $keep = 1 ]; then
+  trap - EXIT
+  echo
+  echo "Demo finished. The collector keeps running: open $service/ in a browser."
+  echo "It stores into $work/service; stop it with: kill -INT $collector_pid"
+  exit 0
+fi
+
+step "11. Stopping the service"
 kill -INT "$collector_pid"
 wait "$collector_pid" || true
 collector_pid=""
