@@ -155,6 +155,7 @@ scan_description_t two_step_scan() {
     return scan;
 }
 
+const char* const to_the_ms = "yyyy-MM-ddThh-mm-ss.zzzZ";
 const char* const to_the_second = "yyyy-MM-ddThh-mm-ss";
 const char* const to_the_second_z = "yyyy-MM-ddThh-mm-ssZ";
 
@@ -172,56 +173,38 @@ struct event_row {
 };
 
 TEST_F(records_test, each_event_writes_its_record_and_keeps_its_values) {
+    // clang-format off
     const event_row rows[] = {
-        {[](auto& m) { return m.record_scan(two_step_scan(), 3), QString(); },
-         "yyyy-MM-ddThh-mm-ss.zzzZ", "info2", "scan"},
+        {[](auto& m) { return m.record_scan(two_step_scan(), 3), QString(); }, to_the_ms, "info2",
+         "scan"},
         {[](auto& m) {
              scan_description_t scan = two_step_scan();
              scan.steps.clear(), scan.total_points = "many", scan.point_distance = "";
-             return m.record_scan(scan, 1), QString();
-         },
-         "yyyy-MM-ddThh-mm-ss.zzzZ", "info2", "scan without steps, numbers not numbers"},
-        {[](auto& m) {
-             return m.record_calibration({"turntable", "handheld"}, "5.0.0", "cal-abcR550.ple",
-                                         "KS-300", "turntable", {"", "A.ple", ""}, "c0", "c1",
-                                         {"plane", "sphere"}, {"p0", "s0"}, {"p1", "s1"},
-                                         {"pass", "fail"}, 1),
-                    QString();
-         },
+             return m.record_scan(scan, 1), QString(); },
+         to_the_ms, "info2", "scan without steps, numbers not numbers"},
+        {[](auto& m) { return m.record_calibration({"turntable", "handheld"}, "5.0.0",
+             "cal-abcR550.ple", "KS-300", "turntable", {"", "A.ple", ""}, "c0", "c1",
+             {"plane", "sphere"}, {"p0", "s0"}, {"p1", "s1"}, {"pass", "fail"}, 1), QString(); },
          to_the_second_z, "info2", "calibration"},
-        // Lists shorter than the classes give empty texts; none give none.
-        {[](auto& m) {
-             return m.record_calibration({"m"}, "5", "c", "KS", "", {}, "c0", "c1", {"a", "b"},
-                                         {"s"}, {}, {}, 0),
-                    QString();
-         },
+        {[](auto& m) { return m.record_calibration({"m"}, "5", "c", "KS", "", {}, "c0", "c1",
+             {"a", "b"}, {"s"}, {}, {}, 0), QString(); },
          to_the_second_z, "info2", "calibration with lists shorter than the classes"},
-        {[](auto& m) {
-             return m.record_calibration({}, "5", "c", "KS", "", {}, "", "", {}, {}, {}, {}, 0),
-                    QString();
-         },
+        {[](auto& m) { return m.record_calibration({}, "5", "c", "KS", "", {}, "", "", {}, {}, {},
+             {}, 0), QString(); },
          to_the_second_z, "info2", "calibration without items"},
-        // The software version and modular files stay as the last record left them.
-        {[](auto& m) {
-             return m.record_share("share-abcR550.ple", "KS-500", "", "h0", "h1", "wechat",
-                                   "bust.ply", "user@example.com", 1),
-                    QString();
-         },
+        {[](auto& m) { return m.record_share("share-abcR550.ple", "KS-500", "", "h0", "h1",
+             "wechat", "bust.ply", "user@example.com", 1), QString(); },
          to_the_second_z, "info2", "share, keeping the software version and modular files"},
-        {[](auto& m) {
-             return m.record_score("87", "C:/ple/KS-abc123R550.ple", "2.1.0", "KS-600", "turntable",
-                                   "dental", 0);
-         },
+        {[](auto& m) { return m.record_score("87", "C:/ple/KS-abc123R550.ple", "2.1.0", "KS-600",
+             "turntable", "dental", 0); },
          to_the_second, "score2", "score"},
         {[](auto& m) { return m.record_score("4.5", "m.ple", "1", "KS", "", "art", 0); },
          to_the_second, "score2", "score not a number"},
-        {[](auto& m) {
-             return m.record_feedback("C:/ple/KS-abc123R550.ple", "2.2.0", "KS-700", "turntable",
-                                      {"T.ple", ""}, 1, "user@example.com", "education",
-                                      "It stops.", {"C:/z.log", "C:/a.png"});
-         },
-         to_the_second, "info2", "feedback"},
-    };
+        {[](auto& m) { return m.record_feedback("C:/ple/KS-abc123R550.ple", "2.2.0", "KS-700",
+             "turntable", {"T.ple", ""}, 1, "user@example.com", "education", "It stops.",
+             {"C:/z.log", "C:/a.png"}); },
+         to_the_second, "info2", "feedback"}};
+    // clang-format on
     for (const event_row& row : rows) {
         SCOPED_TRACE(row.expected);
         QDir("keploinfo").removeRecursively();
