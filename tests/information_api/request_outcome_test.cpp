@@ -146,9 +146,10 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
             EXPECT_FALSE(r.info.error_string.isEmpty()) << "the transport's text passes through";
         }
         EXPECT_EQ(r.info.result.toStdString(), expected.result);
-        const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(c.body));
+        // Only an accepted body is parsed here: Qt's parser leaks on some refused ones.
         if (c.kind == request::descriptor && expected.ok) {
-            EXPECT_EQ(r.info.content.toJsonDocument(), document);
+            EXPECT_EQ(r.info.content.toJsonDocument(),
+                      QJsonDocument::fromJson(QByteArray::fromStdString(c.body)));
         } else {
             EXPECT_FALSE(r.info.content.isValid());
         }

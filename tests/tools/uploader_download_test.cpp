@@ -48,8 +48,9 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
     });
     plain.start();
     secure.start();
-    // A connect time of 4 s: the watchdog waits that long, longer than a busy machine pauses.
-    configure(1, 4, "");
+    // A connect time of 12 s: the watchdog waits that long, longer than a busy machine (all
+    // rows at once, under a sanitizer on two cores) pauses.
+    configure(1, 12, "");
 
     const QStringList checked{"--sha256", sha, "--size", size};
     const QString exe = plain.url("/setup.exe"), tls_exe = secure.url("/setup.exe");
@@ -69,7 +70,7 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
         {exe, {}, "small-disk/setup.exe", 1, "write error: only 1048576 of the " + size + " bytes received reached the disk"},
         {exe, checked, "y1/ab", 0, "SHA-256 verified"},
         {tls_exe, {}, "setup.exe", 0, "download: saved"},
-        {tls_exe, {"--verify-tls"}, "setup.exe", 1, "no data from " + tls_exe + " for 4 s after 0 bytes (network error, silent server or a server certificate that is not trusted)"},
+        {tls_exe, {"--verify-tls"}, "setup.exe", 1, "no data from " + tls_exe + " for 12 s after 0 bytes (network error, silent server or a server certificate that is not trusted)"},
         {tls_exe, {"--ca-file", QString::fromStdString(tls.certificate)}, "setup.exe", 0, "download: saved"},
     };
     // clang-format on
