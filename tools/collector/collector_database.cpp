@@ -42,14 +42,13 @@ QString collector_database::without_password(QString name) {
     return name.replace(QRegularExpression("([?&]password=)[^&]*"), "\\1(password)");
 }
 
-std::string collector_database::insert_facts_sql(const char* id_expression) {
-    return std::string(
-               "INSERT INTO record_facts (received_at, app_id, type, software_ver, model_name, "
-               "os_name, language, resolution, cpu_model, memory_bytes, gpu_models, modules, "
-               "score, email, feedback, attachments, id) VALUES ($1, $2, $3, $4, $5, $6, $7, "
-               "$8, $9, $10, $11, $12, $13, $14, $15, $16, ") +
-           id_expression + ")";
-}
+const char* const collector_database::facts_columns =
+    "received_at, app_id, type, software_ver, model_name, os_name, language, resolution, "
+    "cpu_model, memory_bytes, gpu_models, modules, score, email, feedback, attachments";
+
+const std::string collector_database::insert_facts_sql =
+    std::string("INSERT INTO record_facts (") + facts_columns +
+    ", id) VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12, $13, $14, $15, $16, $17)";
 
 const char* const collector_database::insert_file_sql =
     "INSERT INTO files (dfs_id, received_at, app_id, category, bucket, file_name, size, "
@@ -95,7 +94,6 @@ int collector_database::add_missing_facts(const query_function& query) {
                           {});
          ids->next();)
         missing.push_back(ids->integer(0));
-    const std::string insert = insert_facts_sql();
     for (const qint64 id : missing) {
         std::vector<database_value> values;
         {
@@ -108,7 +106,7 @@ int collector_database::add_missing_facts(const query_function& query) {
                 facts_of_body(QByteArray::fromRawData(body.data(), int(body.size())))});
         }
         values.back() = id;  // $17, in place of the body
-        query(insert.c_str(), values)->next();
+        query(insert_facts_sql.c_str(), values)->next();
     }
     return int(missing.size());
 }

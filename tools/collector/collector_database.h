@@ -80,12 +80,11 @@ protected:
     virtual void insert(const information_row& row) = 0;
     virtual void insert(const file_row& row) = 0;
 
-    // The statements both engines run alike. Values $1 to $16 of a record's
-    // facts are those of values_of(row); the facts' id is given by
-    // id_expression, "$17" when it is a value.
-    static std::string insert_facts_sql(const char* id_expression = "$17");
+    // The statements both engines run alike, and their values.
+    static const char* const facts_columns;     // those of values_of(row)'s first 16
+    static const std::string insert_facts_sql;  // $1 to $16 as values_of(row), $17 the id
     static const char* const insert_file_sql;
-    // $1 to $16 for the facts, $17 the body.
+    // $1 to $16 for the facts ($10 and $13 whole numbers), $17 the body.
     static std::vector<database_value> values_of(const information_row& row);
     static std::vector<database_value> values_of(const file_row& row);
 

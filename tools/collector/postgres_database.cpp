@@ -49,7 +49,38 @@ CREATE TABLE IF NOT EXISTS record_facts (
 CREATE INDEX IF NOT EXISTS record_facts_by_type ON record_facts (type, received_at, app_id);
 )sql";
 
+// count records in one statement, their values one record after the other,
+// as values_of(row) gives them. Each takes the next id of information's, and
+// its facts go to record_facts with it.
+std::string insert_records_sql(size_t count, const char* facts_columns) {
+    std::string rows;
+    for (size_t row = 0; row < count; ++row) {
+        for (int column = 1; column <= 17; ++column) {
+            rows += (column > 1 ? ", $"
+                     : row > 0  ? "), ($"
+                                : "($") +
+                    std::to_string(row * 17 + column);
+            // The first row gives the whole numbers their type; the others follow it.
+            if (row == 0 && (column == 10 || column == 13)) rows += "::bigint";
+        }
+    }
+    return std::string("WITH input (") + facts_columns + ", body) AS (VALUES " + rows +
+           ")), numbered AS MATERIALIZED (SELECT nextval(pg_get_serial_sequence('information', "
+           "'id')) AS id, * FROM input), stored AS (INSERT INTO information (id, received_at, "
+           "app_id, type, body) SELECT id, received_at, app_id, type, body FROM numbered) "
+           "INSERT INTO record_facts (" +
+           facts_columns + ", id) SELECT " + facts_columns + ", id FROM numbered";
+}
+
 }  // namespace
+
+// An information upload on its way into the database, and what became of it.
+struct postgres_database::waiting_record {
+    std::vector<database_value> values;
+    size_t bytes;
+    bool done = false;
+    std::string error = {};  // why it was not stored
+};
 
 class postgres_database::lease {
 public:
@@ -102,6 +133,8 @@ private:
 };
 
 postgres_database::postgres_database(const std::string& uri) : uri_(uri) {
+    for (size_t count = 1; count <= batch_size; ++count)
+        insert_sql_.push_back(insert_records_sql(count, facts_columns));
     auto first = std::make_unique<pq::connection>(uri_, patience);
     description_ = QString::fromStdString(first->description());
     prepare_layout(*first);
@@ -130,13 +163,50 @@ void postgres_database::prepare_layout(pq::connection& db) {
     db.execute("COMMIT");
 }
 
+// The thread whose record waits first writes it, with those that wait behind
+// it, while the records that come meanwhile wait for the next statement:
+// under load, one round trip and one commit serve many uploads.
 void postgres_database::insert(const information_row& row) {
-    // The record and its facts in one statement: one round trip, one commit.
-    static const std::string insert =
-        "WITH stored AS (INSERT INTO information (received_at, app_id, type, body) "
-        "VALUES ($1, $2, $3, $17) RETURNING id) " +
-        insert_facts_sql("(SELECT id FROM stored)");
-    lease(*this)->execute(insert, values_of(row), true);
+    waiting_record record{values_of(row), size_t(row.body.size())};
+    // Checked here, so that the record cannot fail the others it goes with.
+    for (const database_value& value : record.values)
+        if (const auto* text = std::get_if<QString>(&value); text && text->contains(QChar(0)))
+            throw database_error("a text with a NUL character cannot be stored");
+    std::unique_lock<std::mutex> lock(waiting_mutex_);
+    waiting_.push_back(&record);
+    for (;;) {
+        written_.wait(lock, [&] { return record.done || !writing_; });
+        if (record.done) break;
+        write_waiting(lock);
+    }
+    if (!record.error.empty()) throw database_error(record.error);
+}
+
+void postgres_database::write_waiting(std::unique_lock<std::mutex>& lock) {
+    writing_ = true;
+    std::vector<waiting_record*> batch;
+    std::vector<database_value> values;
+    for (size_t bytes = 0; !waiting_.empty() && batch.size() < batch_size;) {
+        bytes += waiting_.front()->bytes;
+        if (!batch.empty() && bytes > batch_bytes) break;
+        batch.push_back(waiting_.front());
+        waiting_.pop_front();
+        values.insert(values.end(), batch.back()->values.begin(), batch.back()->values.end());
+    }
+    lock.unlock();
+    std::string error;
+    try {
+        lease(*this)->execute(insert_sql_[batch.size() - 1], values, true);
+    } catch (const database_error& e) {
+        error = e.what();
+    }
+    lock.lock();
+    for (waiting_record* record : batch) {
+        record->error = error;
+        record->done = true;
+    }
+    writing_ = false;
+    written_.notify_all();
 }
 
 void postgres_database::insert(const file_row& row) {

@@ -98,7 +98,7 @@ void sqlite_database::insert(const information_row& row) {
         if (!stored.next()) throw database_error("no id for the new row");
         values.back() = stored.integer(0);
     }
-    sqlite::rows(kept(insert_facts_sql()), values).next();
+    sqlite::rows(kept(insert_facts_sql), values).next();
     adding.commit();
 }
 
