@@ -6,22 +6,26 @@
 #   with_postgresql.sh COMMAND [ARGUMENT...]
 set -uo pipefail
 skip() {
-  echo "SKIPPED: no PostgreSQL cluster for the collector's tests: $*"
+  echo "SKIPPED: no throwaway PostgreSQL cluster: $*"
   exit 77
 }
 command -v pg_virtualenv >/dev/null ||
-  skip "pg_virtualenv is missing (Debian packages postgresql and postgresql-common; scripts/install-deps.sh installs them)"
+  skip "pg_virtualenv is missing (Debian packages postgresql and postgresql-common, which scripts/test.sh installs)"
 
-# A port that nothing listens on, so that clusters made at once do not clash.
-for _ in $(seq 20); do
-  port=$((20000 + RANDOM % 40000))
-  (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
-done
 started="$(mktemp)"
 trap 'rm -f "$started"' EXIT
-# The blank before the address makes pg_createcluster quote it as the text it is.
-PGPORT=$port pg_virtualenv -t -o "listen_addresses= 127.0.0.1" \
-  bash -c 'echo yes >"$0"; export PGHOST=127.0.0.1; "$@"' "$started" "$@"
-status=$?
-[ -s "$started" ] || skip "pg_virtualenv could not make a cluster (exit $status; its messages are above)"
-exit $status
+# A port that nothing listens on, below the range the system gives clients,
+# so that clusters made at once do not clash; another one if it was taken
+# meanwhile.
+for _ in 1 2 3; do
+  for _ in $(seq 20); do
+    port=$((10000 + RANDOM % 20000))
+    (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
+  done
+  # The blank before the address makes pg_createcluster quote it as the text it is.
+  PGPORT=$port pg_virtualenv -t -o "listen_addresses= 127.0.0.1" \
+    bash -c 'echo yes >"$0"; export PGHOST=127.0.0.1; "$@"' "$started" "$@"
+  status=$?
+  [ -s "$started" ] && exit $status
+done
+skip "pg_virtualenv could not make a cluster (exit $status; its messages are above)"
