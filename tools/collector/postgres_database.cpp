@@ -55,11 +55,9 @@ CREATE INDEX IF NOT EXISTS record_facts_by_type ON record_facts (type, received_
 std::string insert_records_sql(size_t count, const char* facts_columns) {
     std::string rows;
     for (size_t row = 0; row < count; ++row) {
+        rows += row > 0 ? "), (" : "(";
         for (int column = 1; column <= 17; ++column) {
-            rows += (column > 1 ? ", $"
-                     : row > 0  ? "), ($"
-                                : "($") +
-                    std::to_string(row * 17 + column);
+            rows += (column > 1 ? ", $" : "$") + std::to_string(row * 17 + column);
             // The first row gives the whole numbers their type; the others follow it.
             if (row == 0 && (column == 10 || column == 13)) rows += "::bigint";
         }
