@@ -8,7 +8,7 @@ packages=(
   qtbase5-dev libboost-dev libgoogle-glog-dev
   libgtest-dev libgmock-dev
   libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev
-  libsqlite3-dev sqlite3
+  libsqlite3-dev sqlite3 libpq-dev
   libjs-chart.js
 )
 packages+=("$@")

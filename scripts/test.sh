@@ -28,6 +28,12 @@ else
   build="${BUILD_DIR:-$root/build}"
 fi
 
+# The collector's tests on PostgreSQL make a throwaway cluster with
+# pg_virtualenv (postgresql-common) from the server in postgresql; without
+# them those tests say why and are reported skipped.
+"$root/scripts/install-deps.sh" postgresql postgresql-common ||
+  echo "test.sh: could not install PostgreSQL; the collector's tests on it will be skipped" >&2
+
 launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$root" -B "$build" -G Ninja -DINFORMATION_API_BUILD_TESTS=ON \

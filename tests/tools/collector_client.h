@@ -24,6 +24,7 @@ struct request {
     std::string app_id;  // empty: no X-Auth-AppID
     std::string content_type;
     std::string body;
+    std::string host = {};  // empty: the client's own Host header
 };
 
 inline std::string failed(const std::string& why) {
@@ -38,6 +39,7 @@ inline httplib::Result send(int port, const request& r) {
     httplib::Client client("127.0.0.1", port);
     httplib::Headers headers;
     if (!r.app_id.empty()) headers.emplace("X-Auth-AppID", r.app_id);
+    if (!r.host.empty()) headers.emplace("Host", r.host);
     if (r.method == "GET") return client.Get(r.target.c_str(), headers);
     if (r.method == "PUT") return client.Put(r.target.c_str(), headers, r.body, r.content_type);
     return client.Post(r.target.c_str(), headers, r.body, r.content_type);

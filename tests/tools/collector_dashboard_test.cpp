@@ -2,9 +2,8 @@
 // stored before the collector started and of records posted to it, under
 // each filter; the page and its assets; uploaded files as downloads.
 #include <signal.h>
-#include <sqlite3.h>
 
-#include "collector_client.h"
+#include "collector_backend.h"
 
 namespace {
 
@@ -16,26 +15,27 @@ std::string usage(const std::string& os, const std::string& hardware = "") {
            R"(","lang":"de_DE","resolution":"1920*1080"},"osHdExt":{)" + hardware + "}}";
 }
 
-TEST(collector_dashboard, answers_count_stored_and_posted_records_under_each_filter) {
-    collector_process("dashboard").tool().stop(SIGTERM);  // makes the tables
+class collector_dashboard : public on_each_database {};
+ON_DATABASES(collector_dashboard, "sqlite", "postgresql");
+
+TEST_P(collector_dashboard, answers_count_stored_and_posted_records_under_each_filter) {
+    const QStringList arguments = on("dashboard");
+    collector_process("dashboard", arguments).tool().stop(SIGTERM);  // makes the tables
     // Stored by an older collector: no facts, or those of an older version.
-    sqlite3* db = nullptr;
-    sqlite3_open("dashboard/collector.sqlite", &db);
-    const std::string older =
-        "PRAGMA user_version = 0; DROP TABLE record_facts; CREATE TABLE record_facts (id "
-        "INTEGER PRIMARY KEY, os_name TEXT); INSERT INTO record_facts VALUES (1, 'stale');"
-        "INSERT INTO information (received_at, app_id, type, body) VALUES "
-        "('2026-01-05T10:00:00Z', 'old-app', 'usage', '" +
-        usage("Windows 10", R"("cpu":[{"cpuModel":"i7"}],"memSize":8000000000,)"
-                            R"("gpu":[{"gpuModel":"RTX"},{"gpuModel":"UHD"}])") +
-        "'), ('2026-01-06T10:00:00Z', 'old-app', 'usage', '" +
-        R"({"osSoftExt":{"osName":"x"},"osSoftExt":{"osName":"repeated"}})" +
-        "'), ('2026-01-07T10:00:00Z', 'old-app', 'scan', '" +
-        R"({"osSoftExt":{"osName":"deep"},"x":)" + std::string(300, '[') + std::string(300, ']') +
-        "}');";
-    EXPECT_EQ(sqlite3_exec(db, older.c_str(), nullptr, nullptr, nullptr), 0) << sqlite3_errmsg(db);
-    sqlite3_close(db);
-    collector_process collector("dashboard");
+    stored(std::string(GetParam() == "sqlite" ? "PRAGMA user_version = 0;"
+                                              : "UPDATE collector_schema SET version = 0;") +
+           "DROP TABLE record_facts; CREATE TABLE record_facts (id "
+           "INTEGER PRIMARY KEY, os_name TEXT); INSERT INTO record_facts VALUES (1, 'stale');"
+           "INSERT INTO information (received_at, app_id, type, body) VALUES "
+           "('2026-01-05T10:00:00Z', 'old-app', 'usage', '" +
+           usage("Windows 10", R"("cpu":[{"cpuModel":"i7"}],"memSize":8000000000,)"
+                               R"("gpu":[{"gpuModel":"RTX"},{"gpuModel":"UHD"}])") +
+           "'), ('2026-01-06T10:00:00Z', 'old-app', 'usage', '" +
+           R"({"osSoftExt":{"osName":"x"},"osSoftExt":{"osName":"repeated"}})" +
+           "'), ('2026-01-07T10:00:00Z', 'old-app', 'scan', '" +
+           R"({"osSoftExt":{"osName":"deep"},"x":)" + std::string(300, '[') +
+           std::string(300, ']') + "}');");
+    collector_process collector("dashboard", arguments);
     EXPECT_TRUE(collector.tool().output().contains("figures taken from 3 stored records"));
     const auto post = [&](const std::string& type, const std::string& body, const char* app) {
         const request sent{"POST", "/d?type=" + type, app, json_type, body};
@@ -50,7 +50,7 @@ TEST(collector_dashboard, answers_count_stored_and_posted_records_under_each_fil
     post("feedback", feedback, release_app_id);
     const auto file = send(collector.port(), {"POST", "/up", test_app_id, form_type,
                                               form({{"file", "vase scan.png", "png!"}})});
-    const std::string stored = file->body.substr(40, 32) + "_vase%20scan.png";
+    const std::string kept_as = file->body.substr(40, 32) + "_vase%20scan.png";
 
     // Each row: a target, the status and fragments of the body it is answered.
     // clang-format off
@@ -83,9 +83,9 @@ TEST(collector_dashboard, answers_count_stored_and_posted_records_under_each_fil
             R"("text":"<b>Great</b>"}]})"}},
         {"/api/feedback?type=usage", 200, {R"({"feedback":[]})"}},
         {"/api/files", 200, {R"({"bytes":4,"count":1,"files":[{"app_id":")",
-            R"("download":"/dashboard/uploads/)" + stored + R"(","name":"vase scan.png",)",
+            R"("download":"/dashboard/uploads/)" + kept_as + R"(","name":"vase scan.png",)",
             R"("size":4}]})"}},
-        {"/dashboard/uploads/" + stored, 200, {"png!"}},
+        {"/dashboard/uploads/" + kept_as, 200, {"png!"}},
         {"/dashboard/uploads/../collector.sqlite", 404, {}},
         {"/", 200, {"<!DOCTYPE html>", R"(<script src="/dashboard/chart.min.js">)"}},
         {"/dashboard/other.js", 404, {failed("not found")}},

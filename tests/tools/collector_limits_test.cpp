@@ -1,13 +1,16 @@
 // information_collector against slow, oversized and silent clients.
-#include "collector_client.h"
+#include "collector_backend.h"
 
 namespace {
 
 using namespace collector_test;
 using tool_test::collector_process;
 
-TEST(collector_limits, misbehaving_clients_are_cut_off_and_others_are_served_meanwhile) {
-    collector_process collector("limits", {"--timeout", "1", "--max-body", "64K"});
+class collector_limits : public on_each_database {};
+ON_DATABASES(collector_limits, "sqlite", "postgresql");
+
+TEST_P(collector_limits, misbehaving_clients_are_cut_off_and_others_are_served_meanwhile) {
+    collector_process collector("limits", on("limits", {"--timeout", "1", "--max-body", "64K"}));
     const QByteArray post = "POST /d?type=u HTTP/1.1\r\nContent-Type: application/json\r\n";
     const QByteArray id = QByteArray("X-Auth-AppID: ") + test_app_id + "\r\n";
     const std::string too_long = failed("request took too long");
@@ -62,7 +65,7 @@ TEST(collector_limits, misbehaving_clients_are_cut_off_and_others_are_served_mea
         EXPECT_EQ(received[i].mid(9, 3), table[i].status) << received[i].left(200).data();
         EXPECT_TRUE(received[i].endsWith(table[i].answer.c_str())) << received[i].right(200).data();
     }
-    EXPECT_TRUE(collector.query("SELECT id FROM information").empty());
+    EXPECT_TRUE(stored("SELECT id FROM information").empty());
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <QFile>
 #include <QRegularExpression>
 
-#include "collector_client.h"
+#include "collector_backend.h"
 
 namespace {
 
@@ -42,14 +42,17 @@ std::vector<std::string> expect_answers(int port, const std::vector<exchange>& t
     return bodies;
 }
 
-TEST(collector_routes, answer_each_kind_of_request_and_store_what_they_carry) {
+class collector_routes : public on_each_database {};
+ON_DATABASES(collector_routes, "sqlite", "postgresql");
+
+TEST_P(collector_routes, answer_each_kind_of_request_and_store_what_they_carry) {
     QByteArray installer(256 * 1024 + 7, '\0');
     for (int i = 0; i < installer.size(); ++i) installer[i] = char(i * 31);
     write_text("installers/setup.exe", installer);
     write_text("software/scanner-2/interface.json", R"({"version":"2.0.1"})");
     write_text("software/broken/interface.json", "<html>oops</html>");
-    collector_process collector("answers",
-                                {"--software-dir", "../software", "--files-dir", "../installers"});
+    collector_process collector("answers", on("answers", {"--software-dir", "../software",
+                                                          "--files-dir", "../installers"}));
     // Large enough that holding it whole would show in the collector's memory.
     std::string content(64 << 20, 'z');
     content[1] = '\0';
@@ -73,12 +76,12 @@ TEST(collector_routes, answer_each_kind_of_request_and_store_what_they_carry) {
         {"unknown route", get("/nothing/here"), 404, failed("not found")},
     });
     // clang-format on
-    EXPECT_EQ(collector.query("SELECT app_id, type, body, received_at LIKE "
-                              "'____-__-__T__:__:__Z' FROM information ORDER BY id"),
-              (std::vector<std::vector<std::string>>{{test_app_id, "usage", R"({"a":1})", "1"},
-                                                     {release_app_id, "scan", R"({"b":2})", "1"}}));
-    const auto files = collector.query(
-        "SELECT dfs_id, app_id, category, bucket, file_name, size, stored_path FROM files");
+    EXPECT_EQ(stored("SELECT app_id, type, body, CASE WHEN received_at LIKE "
+                     "'____-__-__T__:__:__Z' THEN 1 END FROM information ORDER BY id"),
+              (table{{test_app_id, "usage", R"({"a":1})", "1"},
+                     {release_app_id, "scan", R"({"b":2})", "1"}}));
+    const auto files =
+        stored("SELECT dfs_id, app_id, category, bucket, file_name, size, stored_path FROM files");
     ASSERT_EQ(files.size(), 2u);
     EXPECT_EQ(std::vector<std::string>(files[0].begin(), files[0].end() - 1),
               (std::vector<std::string>{bodies[2].substr(40, 32), test_app_id, "feedback", "pub",
@@ -97,9 +100,10 @@ TEST(collector_routes, answer_each_kind_of_request_and_store_what_they_carry) {
     EXPECT_EQ(collector.tool().output().split('\n').filter(" -> ").size(), 10);
 }
 
-TEST(collector_routes, refusals_say_what_was_wrong_and_keep_nothing) {
+TEST_P(collector_routes, refusals_say_what_was_wrong_and_keep_nothing) {
     const char* const own_id = "feedfeedfeedfeedfeedfeedfeedfeed";
-    collector_process collector("refusals", {"--app-id", own_id, "--max-body", "64K"});
+    collector_process collector("refusals",
+                                on("refusals", {"--app-id", own_id, "--max-body", "64K"}));
     const std::string big(70 * 1024, 'x');
     const std::string one_file = form({{"file", "a.zip", "a"}});
     const std::string too_large = failed("request body larger than 65536 bytes");
@@ -129,13 +133,15 @@ TEST(collector_routes, refusals_say_what_was_wrong_and_keep_nothing) {
         {"file too large", {"POST", "/up", own_id, form_type, form({{"file", "b", big}})}, 413,
                 too_large},
         {"another method", {"PUT", "/up", own_id, json_type, "{}"}, 405, failed("method not allowed")},
+        {"a page of another site (DNS rebinding)", {"GET", "/api/summary", "", "", "", "a.example:80"},
+                421, failed("unknown host")},
+        {"a name of this machine", {"GET", "/x", "", "", "", "LocalHost:1"}, 404, failed("not found")},
         {"served after all that", {"POST", "/d?type=u", own_id, json_type, "{}"}, 200,
                 R"({"status":"success"})"},
     });
     // clang-format on
-    EXPECT_EQ(collector.query("SELECT count(*) FROM information UNION ALL "
-                              "SELECT count(*) FROM files"),
-              (std::vector<std::vector<std::string>>{{"1"}, {"0"}}));
+    EXPECT_EQ(stored("SELECT count(*) FROM information UNION ALL SELECT count(*) FROM files"),
+              (table{{"1"}, {"0"}}));
     EXPECT_TRUE(QDir("refusals/collector_files").isEmpty());
 }
 

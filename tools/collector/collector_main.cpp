@@ -6,7 +6,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFileInfo>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -86,23 +85,18 @@ int main(int argc, char** argv) {
         complain("cannot create the upload folder " + options.config.upload_dir);
         return 1;
     }
-    collector_database database;
-    QString error;
-    if (!database.open(options.database, error)) {
-        complain("cannot open the database " + options.database + ": " + error);
-        return 1;
-    }
-    if (database.facts_added_on_open() > 0)
-        say(QString("information_collector: the dashboard's figures taken from %1 stored records")
-                .arg(database.facts_added_on_open()));
-    std::unique_ptr<dashboard_queries> queries;
+    std::unique_ptr<collector_database> database;
     try {
-        queries = std::make_unique<dashboard_queries>(options.database);
-    } catch (const sqlite::error& e) {
-        complain("cannot open the database " + options.database +
-                 " for the dashboard: " + e.what());
+        database = collector_database::open(options.database);
+    } catch (const database_error& e) {
+        complain("cannot open the database " +
+                 collector_database::without_password(options.database) + ": " + e.what());
         return 1;
     }
+    if (database->facts_added_on_open() > 0)
+        say(QString("information_collector: the dashboard's figures taken from %1 stored records")
+                .arg(database->facts_added_on_open()));
+    dashboard_queries queries(*database);
     collector_server server(options.server);
     std::string tls_error;
     if (!options.cert.isEmpty() &&
@@ -111,9 +105,9 @@ int main(int argc, char** argv) {
                      .arg(options.cert, options.key, QString::fromStdString(tls_error)));
         return 1;
     }
-    collector_service service(options.config, database);
+    collector_service service(options.config, *database);
     service.install(server);
-    dashboard_service dashboard(*queries, options.config.upload_dir);
+    dashboard_service dashboard(queries, options.config.upload_dir);
     dashboard.install(server);
     // One line at a time; the local time it shows is read under the same lock,
     // since the C library's time zone state is not made for many threads.
@@ -144,8 +138,8 @@ int main(int argc, char** argv) {
     // soon as they read the "listening on" line.
     while (!server.is_running() && !listener_done)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    say("information_collector: database " + QFileInfo(options.database).absoluteFilePath() +
-        ", uploaded files in " + options.config.upload_dir);
+    say("information_collector: database " + database->description() + ", uploaded files in " +
+        options.config.upload_dir);
     if (options.config.software.is_set())
         say("information_collector: descriptors from " + options.config.software.path());
     if (options.config.files.is_set())
@@ -164,8 +158,7 @@ int main(int argc, char** argv) {
     std::thread watchdog([&] { end_at_second_signal(stop_signals, stopped); });
     server.shut_down();
     listener.join();
-    queries.reset();
-    database.close();
+    database->close();
     stopped = true;
     watchdog.join();
     if (listening_failed) {

@@ -33,15 +33,18 @@ int parse_options(const QStringList& arguments, collector_options& out) {
     QCommandLineParser parser;
     parser.setApplicationDescription(
         "A local stand-in for the information web service: accepts information and file "
-        "uploads into an SQLite database, serves software descriptors and installer files.");
+        "uploads into an SQLite or PostgreSQL database, serves software descriptors and installer "
+        "files.");
     parser.addHelpOption();
     const QCommandLineOption host({"H", "host"}, "Address to listen on (default 127.0.0.1).",
                                   "address", "127.0.0.1");
     const QCommandLineOption port(
         {"p", "port"}, "Port to listen on; 0 picks a free one (default 8080).", "port", "8080");
-    const QCommandLineOption database({"d", "database"},
-                                      "SQLite file to store into (default collector.sqlite).",
-                                      "file", "collector.sqlite");
+    const QCommandLineOption database(
+        {"d", "database"},
+        "SQLite file to store into (default collector.sqlite), or a PostgreSQL URI "
+        "(postgresql://user@host/database; what it leaves out comes from the PG* variables).",
+        "file or URI", "collector.sqlite");
     const QCommandLineOption upload_dir("upload-dir",
                                         "Folder for uploaded files (default collector_files).",
                                         "folder", "collector_files");
@@ -82,6 +85,14 @@ int parse_options(const QStringList& arguments, collector_options& out) {
     if (out.config.max_body == 0)
         return usage_error(parser, "--max-body wants a size such as 65536, 512K, 64M or 4G");
     out.host = parser.value(host);
+    // Only this machine reaches a loopback address, but a browser on it may
+    // be sent there by any page: the names it may ask for are loopback ones.
+    if (is_loopback(out.host)) {
+        const QString configured = out.host.contains(':') ? "[" + out.host + "]" : out.host;
+        for (const QString& name :
+             {QString("127.0.0.1"), QString("localhost"), QString("[::1]"), configured.toLower()})
+            out.server.hosts.push_back(name.toStdString());
+    }
     out.database = parser.value(database);
     out.cert = parser.value(cert);
     out.key = parser.value(key);

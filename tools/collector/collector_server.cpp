@@ -3,6 +3,9 @@
 #include <openssl/err.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <cctype>
+
 #include "json_answer.h"
 #include "worker_pool.h"
 
@@ -51,10 +54,13 @@ collector_server::collector_server(const settings& settings) : settings_(setting
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
     // Other methods would have their body read into memory before any route sees them.
-    set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
-        if (req.method == "GET" || req.method == "HEAD" || req.method == "POST")
+    set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+        if (!for_this_host(req))
+            answer_failed(res, "unknown host", 421);
+        else if (req.method != "GET" && req.method != "HEAD" && req.method != "POST")
+            answer_failed(res, reason(405), 405);
+        else
             return HandlerResponse::Unhandled;
-        answer_failed(res, reason(405), 405);
         return HandlerResponse::Handled;
     });
     set_error_handler(HandlerWithResponse([](const httplib::Request&, httplib::Response& res) {
@@ -108,6 +114,20 @@ int collector_server::bind(const std::string& host, int port) {
 void collector_server::shut_down() {
     stopping_ = true;
     stop();
+}
+
+// A page of another site that a browser on this machine was made to send here
+// (its name resolved to a loopback address: DNS rebinding) names its own host.
+bool collector_server::for_this_host(const httplib::Request& req) const {
+    if (settings_.hosts.empty() || !req.has_header("Host")) return true;
+    std::string host = req.get_header_value("Host");
+    const size_t colon = host.rfind(':');
+    const size_t bracket = host.rfind(']');
+    if (colon != std::string::npos && (bracket == std::string::npos || colon > bracket))
+        host.erase(colon);
+    std::transform(host.begin(), host.end(), host.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    return std::find(settings_.hosts.begin(), settings_.hosts.end(), host) != settings_.hosts.end();
 }
 
 bool collector_server::process_and_close_socket(socket_t sock) {

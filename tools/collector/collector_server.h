@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "connection_stream.h"
 
@@ -24,6 +25,9 @@ public:
         connection_rules rules;  // its stopping flag is set to the server's own
         size_t threads = 64;
         bool keep_alive = true;
+        // The names a request's Host header may give, without the port, in
+        // lower case; empty: any.
+        std::vector<std::string> hosts;
     };
     explicit collector_server(const settings& settings);
     ~collector_server() override;
@@ -40,6 +44,7 @@ public:
 
 private:
     bool process_and_close_socket(socket_t sock) override;
+    bool for_this_host(const httplib::Request& req) const;
 
     settings settings_;
     std::atomic<bool> stopping_{false};

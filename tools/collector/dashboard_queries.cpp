@@ -13,26 +13,30 @@
 namespace {
 
 using counts = std::unordered_map<std::string, qint64>;
+using rows_of = std::unique_ptr<database_rows>;
 
-// head, the filter's clauses, tail. Values go in as bound parameters; the
-// tail numbers its own from ?90 on.
-sqlite::statement select(sqlite::connection& db, const dashboard_filter& filter, const char* head,
-                         const char* tail = "") {
+// head, the filter's clauses, tail. Values go in as bound parameters: the
+// filter's, then tail_values, which the tail names %1, %2, ...
+rows_of select(collector_database& db, const dashboard_filter& filter, const char* head,
+               const char* tail = "", const std::vector<database_value>& tail_values = {}) {
     QStringList clauses;
-    QStringList values;
-    const auto restrict = [&](const char* clause, const QString& value) {
+    std::vector<database_value> values;
+    const auto restrict = [&](const char* comparison, const QString& value) {
         if (value.isEmpty()) return;
-        clauses << clause;
-        values << value;
+        values.push_back(value);
+        clauses << QString("%1 $%2").arg(comparison).arg(values.size());
     };
-    restrict("received_at >= ?", filter.since);
-    restrict("received_at < ?", filter.until);
-    restrict("type = ?", filter.type);
-    restrict("app_id = ?", filter.app_id);
+    restrict("received_at >=", filter.since);
+    restrict("received_at <", filter.until);
+    restrict("type =", filter.type);
+    restrict("app_id =", filter.app_id);
     const QString where = clauses.isEmpty() ? QString() : " WHERE " + clauses.join(" AND ");
-    sqlite::statement statement(db, (head + where + " " + tail).toUtf8().constData());
-    for (int i = 0; i < values.size(); ++i) statement.bind(i + 1, values[i]);
-    return statement;
+    QString rest = tail;
+    for (const database_value& value : tail_values) {
+        values.push_back(value);
+        rest = rest.arg("$" + QString::number(values.size()));
+    }
+    return db.read((head + where + " " + rest).toStdString(), values);
 }
 
 QString label_of(const std::string& value) {
@@ -97,7 +101,7 @@ std::optional<dashboard_filter> only(const dashboard_filter& filter, const QStri
 // type -> day -> how many records, from rows of type and received_at.
 // Counted here, where SQLite would sort every row to group them; a run of
 // rows of one type and day, as the index gives them, costs no lookup.
-std::map<QString, std::map<QString, qint64>> count_per_type_and_day(sqlite::statement&& rows) {
+std::map<QString, std::map<QString, qint64>> count_per_type_and_day(database_rows& rows) {
     std::map<QString, std::map<QString, qint64>> counts;
     std::string run_type, run_day;
     qint64* count = nullptr;
@@ -114,25 +118,20 @@ std::map<QString, std::map<QString, qint64>> count_per_type_and_day(sqlite::stat
 }
 
 // The values of a column that most records have, 50 at most, for the page's filters.
-QJsonArray most_frequent(sqlite::connection& db, const char* column) {
+QJsonArray most_frequent(collector_database& db, const char* column) {
     const std::string sql = std::string("SELECT ") + column + " FROM record_facts GROUP BY " +
                             column + " ORDER BY count(*) DESC LIMIT 50";
-    sqlite::statement rows(db, sql.c_str());
+    const rows_of rows = db.read(sql, {});
     QJsonArray values;
-    while (rows.next()) values.append(rows.text(0));
+    while (rows->next()) values.append(rows->text(0));
     return values;
 }
 
 }  // namespace
 
-dashboard_queries::dashboard_queries(const QString& database_path) : db_(database_path, true) {
-    sqlite3_busy_timeout(db_.handle(), 2000);
-}
-
 QJsonObject dashboard_queries::summary(const dashboard_filter& filter) {
-    std::lock_guard<std::mutex> lock(mutex_);
     const auto per_type =
-        count_per_type_and_day(select(db_, filter, "SELECT type, received_at FROM record_facts"));
+        count_per_type_and_day(*select(db_, filter, "SELECT type, received_at FROM record_facts"));
     std::map<QString, int> day_index;
     std::vector<std::pair<qint64, QString>> ranking;  // -total, type: the most records first
     for (const auto& [type, days] : per_type) {
@@ -178,23 +177,21 @@ QJsonObject dashboard_queries::summary(const dashboard_filter& filter) {
 }
 
 QJsonObject dashboard_queries::distributions(const dashboard_filter& filter) {
-    std::lock_guard<std::mutex> lock(mutex_);
     dashboard_filter basis = filter;
     if (basis.type.isEmpty()) basis.type = "usage";
     static const char* const names[] = {"os",  "language", "resolution", "cpu",    "memory",
                                         "gpu", "version",  "model",      "modules"};
     std::vector<counts> facets(std::size(names));
     qint64 records = 0;
-    sqlite::statement rows = select(db_, basis,
-                                    "SELECT os_name, language, resolution, cpu_model, "
-                                    "memory_bytes, gpu_models, software_ver, model_name, "
-                                    "modules FROM record_facts");
-    while (rows.next()) {
+    const rows_of rows = select(db_, basis,
+                                "SELECT os_name, language, resolution, cpu_model, memory_bytes, "
+                                "gpu_models, software_ver, model_name, modules FROM record_facts");
+    while (rows->next()) {
         ++records;
-        for (int column : {0, 1, 2, 3, 6, 7}) ++facets[column][std::string(rows.view(column))];
-        ++facets[4][memory_bucket(rows.integer(4))];
-        count_lines(facets[5], rows.view(5));
-        count_lines(facets[8], rows.view(8));
+        for (int column : {0, 1, 2, 3, 6, 7}) ++facets[column][std::string(rows->view(column))];
+        ++facets[4][memory_bucket(rows->integer(4))];
+        count_lines(facets[5], rows->view(5));
+        count_lines(facets[8], rows->view(8));
     }
     QJsonObject out{{"basis", basis.type}, {"records", records}};
     QJsonObject values;
@@ -202,92 +199,79 @@ QJsonObject dashboard_queries::distributions(const dashboard_filter& filter) {
     out["facets"] = values;
     QJsonArray scores;
     if (const auto scored = only(filter, "score")) {
-        sqlite::statement score_rows =
-            select(db_, *scored, "SELECT score, count(*) FROM record_facts",
-                   "GROUP BY score ORDER BY score");
-        while (score_rows.next())
-            if (!score_rows.is_null(0))
-                scores.append(QJsonArray{score_rows.integer(0), score_rows.integer(1)});
+        const rows_of score_rows = select(db_, *scored, "SELECT score, count(*) FROM record_facts",
+                                          "GROUP BY score ORDER BY score");
+        while (score_rows->next())
+            if (!score_rows->is_null(0))
+                scores.append(QJsonArray{score_rows->integer(0), score_rows->integer(1)});
     }
     out["scores"] = scores;
     return out;
 }
 
 QJsonObject dashboard_queries::records(const dashboard_filter& filter, int offset, int limit) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sqlite::statement count = select(db_, filter, "SELECT count(*) FROM record_facts");
-    const qint64 total = count.next() ? count.integer(0) : 0;
-    count.run();
-    sqlite::statement rows =
+    const rows_of count = select(db_, filter, "SELECT count(*) FROM record_facts");
+    const qint64 total = count->next() ? count->integer(0) : 0;
+    const rows_of rows =
         select(db_, filter,
                "SELECT id, received_at, type, app_id, software_ver, model_name FROM record_facts",
-               "ORDER BY id DESC LIMIT ?90 OFFSET ?91");
-    rows.bind(90, qint64(limit)).bind(91, qint64(offset));
+               "ORDER BY id DESC LIMIT %1 OFFSET %2", {qint64(limit), qint64(offset)});
     QJsonArray list;
-    while (rows.next())
-        list.append(QJsonObject{{"id", rows.integer(0)},
-                                {"received_at", rows.text(1)},
-                                {"type", rows.text(2)},
-                                {"app_id", rows.text(3)},
-                                {"software_version", rows.text(4)},
-                                {"model", rows.text(5)}});
+    while (rows->next())
+        list.append(QJsonObject{{"id", rows->integer(0)},
+                                {"received_at", rows->text(1)},
+                                {"type", rows->text(2)},
+                                {"app_id", rows->text(3)},
+                                {"software_version", rows->text(4)},
+                                {"model", rows->text(5)}});
     return {{"total", total}, {"offset", offset}, {"records", list}};
 }
 
 bool dashboard_queries::record_body(qint64 id, std::string& body) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sqlite::statement row(db_, "SELECT body FROM information WHERE id = ?");
-    row.bind(1, id);
-    if (!row.next()) return false;
-    body = std::string(row.view(0));
-    row.run();
+    const rows_of row = db_.read("SELECT body FROM information WHERE id = $1", {id});
+    if (!row->next()) return false;
+    body = std::string(row->view(0));
     return true;
 }
 
 QJsonObject dashboard_queries::feedback(const dashboard_filter& filter, int limit) {
-    std::lock_guard<std::mutex> lock(mutex_);
     QJsonArray list;
     if (const auto narrowed = only(filter, "feedback")) {
-        sqlite::statement rows =
+        const rows_of rows =
             select(db_, *narrowed,
                    "SELECT id, received_at, app_id, email, feedback, attachments FROM record_facts",
-                   "ORDER BY id DESC LIMIT ?90");
-        rows.bind(90, qint64(limit));
-        while (rows.next())
+                   "ORDER BY id DESC LIMIT %1", {qint64(limit)});
+        while (rows->next())
             list.append(
-                QJsonObject{{"id", rows.integer(0)},
-                            {"received_at", rows.text(1)},
-                            {"app_id", rows.text(2)},
-                            {"email", rows.text(3)},
-                            {"text", rows.text(4)},
-                            {"attachments", QJsonArray::fromStringList(lines_of(rows.text(5)))}});
+                QJsonObject{{"id", rows->integer(0)},
+                            {"received_at", rows->text(1)},
+                            {"app_id", rows->text(2)},
+                            {"email", rows->text(3)},
+                            {"text", rows->text(4)},
+                            {"attachments", QJsonArray::fromStringList(lines_of(rows->text(5)))}});
     }
     return {{"feedback", list}};
 }
 
 QJsonObject dashboard_queries::files(const dashboard_filter& filter, int limit) {
-    std::lock_guard<std::mutex> lock(mutex_);
     dashboard_filter any_type = filter;  // files have no type
     any_type.type.clear();
-    sqlite::statement all =
-        select(db_, any_type, "SELECT count(*), coalesce(sum(size), 0) FROM files");
-    all.next();
-    QJsonObject out{{"count", all.integer(0)}, {"bytes", all.integer(1)}};
-    all.run();
-    sqlite::statement rows =
+    const rows_of all = select(db_, any_type, "SELECT count(*), coalesce(sum(size), 0) FROM files");
+    if (!all->next()) throw database_error("no count of the files");
+    QJsonObject out{{"count", all->integer(0)}, {"bytes", all->integer(1)}};
+    const rows_of rows =
         select(db_, any_type,
                "SELECT dfs_id, received_at, app_id, file_name, size, stored_path FROM files",
-               "ORDER BY id DESC LIMIT ?90");
-    rows.bind(90, qint64(limit));
+               "ORDER BY id DESC LIMIT %1", {qint64(limit)});
     QJsonArray list;
-    while (rows.next()) {
-        const QString stored = QFileInfo(rows.text(5)).fileName();
+    while (rows->next()) {
+        const QString stored = QFileInfo(rows->text(5)).fileName();
         list.append(QJsonObject{
-            {"dfs_id", rows.text(0)},
-            {"received_at", rows.text(1)},
-            {"app_id", rows.text(2)},
-            {"name", rows.text(3)},
-            {"size", rows.integer(4)},
+            {"dfs_id", rows->text(0)},
+            {"received_at", rows->text(1)},
+            {"app_id", rows->text(2)},
+            {"name", rows->text(3)},
+            {"size", rows->integer(4)},
             {"download", "/dashboard/uploads/" + QString(QUrl::toPercentEncoding(stored))}});
     }
     out["files"] = list;

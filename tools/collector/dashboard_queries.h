@@ -2,10 +2,9 @@
 
 #include <QJsonObject>
 #include <QString>
-#include <mutex>
 #include <string>
 
-#include "sqlite_handle.h"
+#include "collector_database.h"
 
 // Which records an answer covers; an empty member does not restrict.
 struct dashboard_filter {
@@ -15,17 +14,17 @@ struct dashboard_filter {
     QString app_id;
 };
 
-// What the dashboard shows, read from the collector's database through a
-// read-only connection of its own: in write-ahead-log mode readers never
-// hold up the uploads. Every answer reads record_facts and its indexes (or
-// the files table), never the records' JSON, except record_body. Lists and
-// chart values are capped (top_values, page sizes), so that no answer grows
-// with what hosts send. Each throws sqlite::error when the database fails.
+// What the dashboard shows, read from the collector's database, whichever
+// engine keeps it, without holding up the uploads. Every answer reads
+// record_facts and its indexes (or the files table), never the records' JSON,
+// except record_body. Lists and chart values are capped (top_values, page
+// sizes), so that no answer grows with what hosts send. Each throws
+// database_error when the database fails.
 class dashboard_queries {
 public:
     static const int top_values = 10;  // per chart; the rest are summed as "(other)"
 
-    explicit dashboard_queries(const QString& database_path);
+    explicit dashboard_queries(collector_database& database) : db_(database) {}
 
     // Records per type and day, totals per type, files; the types and
     // application ids of all records, for the filters.
@@ -43,6 +42,5 @@ public:
     QJsonObject files(const dashboard_filter& filter, int limit);
 
 private:
-    std::mutex mutex_;
-    sqlite::connection db_;
+    collector_database& db_;
 };

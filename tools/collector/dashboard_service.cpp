@@ -68,7 +68,7 @@ void dashboard_service::install(httplib::Server& server) {
                 const QJsonObject answer = make(req);
                 res.set_content(QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString(),
                                 "application/json;charset=utf-8");
-            } catch (const sqlite::error& e) {
+            } catch (const database_error& e) {
                 answer_failed(res, QString("could not read the database: ") + e.what(), 500);
             }
             harden(res);
@@ -96,7 +96,7 @@ void dashboard_service::install(httplib::Server& server) {
                 res.set_content(body, "application/json;charset=utf-8");
             else
                 answer_failed(res, "no such record", 404);
-        } catch (const sqlite::error& e) {
+        } catch (const database_error& e) {
             answer_failed(res, QString("could not read the database: ") + e.what(), 500);
         }
         harden(res);

@@ -1,12 +1,14 @@
 #include "sqlite_handle.h"
 
+#include <cstdlib>
 #include <string>
 
 namespace sqlite {
 
 connection::connection(const QString& path, bool read_only) {
     sqlite3* db = nullptr;
-    const int flags = read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int flags = read_only ? SQLITE_OPEN_READONLY | SQLITE_OPEN_FULLMUTEX
+                                : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     const int result = sqlite3_open_v2(path.toUtf8().constData(), &db, flags, nullptr);
     db_.reset(db);
     if (result != SQLITE_OK) {
@@ -39,6 +41,22 @@ statement& statement::bind(int index, const QString& text) {
 
 statement& statement::bind(int index, qint64 number) {
     if (sqlite3_bind_int64(statement_.get(), index, number) != SQLITE_OK) db_.fail();
+    return *this;
+}
+
+statement& statement::bind(const std::vector<database_value>& values) {
+    const int count = sqlite3_bind_parameter_count(statement_.get());
+    for (int index = 1; index <= count; ++index) {
+        const char* name = sqlite3_bind_parameter_name(statement_.get(), index);
+        const size_t number = name && name[0] == '$' ? size_t(std::atoi(name + 1)) : 0;
+        if (number == 0 || number > values.size())
+            throw error(std::string("no value for parameter ") + (name ? name : "?"));
+        const database_value& value = values[number - 1];
+        if (const auto* text = std::get_if<QString>(&value))
+            bind(index, *text);
+        else if (const auto* whole = std::get_if<qint64>(&value))
+            bind(index, *whole);
+    }
     return *this;
 }
 

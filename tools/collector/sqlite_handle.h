@@ -4,19 +4,22 @@
 
 #include <QString>
 #include <memory>
-#include <stdexcept>
 #include <string_view>
+#include <vector>
+
+#include "database_rows.h"
 
 // A thin RAII layer over SQLite: every handle is released by its owner, and
 // every failure is thrown as sqlite::error with SQLite's message.
 namespace sqlite {
 
-class error : public std::runtime_error {
+class error : public database_error {
 public:
-    using std::runtime_error::runtime_error;
+    using database_error::database_error;
 };
 
-// An open database file, created when missing unless opened to read only.
+// An open database file, created when missing unless opened to read only. A
+// read-only connection may be shared by threads without a lock of their own.
 class connection {
 public:
     explicit connection(const QString& path, bool read_only = false);
@@ -40,6 +43,8 @@ public:
 
     statement& bind(int index, const QString& text);
     statement& bind(int index, qint64 number);
+    // Binds each $N of the statement to values[N - 1].
+    statement& bind(const std::vector<database_value>& values);
     // Runs to completion, then clears the values for the next run.
     void run();
     // Steps to the next row of a query: false at its end, where the statement
@@ -50,12 +55,13 @@ public:
     QString text(int column) const;
     qint64 integer(int column) const;
     bool is_null(int column) const;
+    // Ends a run before its last row and clears the values.
+    void reset();
 
 private:
     struct finalizer {
         void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
     };
-    void reset();
 
     connection& db_;
     std::unique_ptr<sqlite3_stmt, finalizer> statement_;
@@ -74,6 +80,29 @@ public:
 private:
     connection& db_;
     bool open_ = true;
+};
+
+// The rows of a statement run with values. A statement kept for many runs is
+// ready for the next once they are destroyed.
+class rows : public database_rows {
+public:
+    rows(statement& kept, const std::vector<database_value>& values) : statement_(kept) {
+        statement_.bind(values);
+    }
+    // Over a statement prepared for these rows alone.
+    rows(connection& db, const char* sql, const std::vector<database_value>& values)
+        : owned_(std::make_unique<statement>(db, sql)), statement_(*owned_) {
+        statement_.bind(values);
+    }
+    ~rows() override { statement_.reset(); }
+    bool next() override { return statement_.next(); }
+    std::string_view view(int column) const override { return statement_.view(column); }
+    qint64 integer(int column) const override { return statement_.integer(column); }
+    bool is_null(int column) const override { return statement_.is_null(column); }
+
+private:
+    std::unique_ptr<statement> owned_;
+    statement& statement_;
 };
 
 }  // namespace sqlite
