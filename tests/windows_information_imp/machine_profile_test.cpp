@@ -88,12 +88,11 @@ TEST(cpu_model, architecture_name_then_processor_name) {
         std::uint16_t code;
         std::optional<std::string> name;
         const char* expected;  // from "OLD"
-    } rows[] = {{0, "Some CPU", "INTEL;Some CPU"},
-                {9, "Some CPU", "AMD64;Some CPU"},
-                {11, "", "NEUTRAL;"},
-                {9, std::nullopt, "AMD64;"},
-                {12, "Some CPU", "OLD;Some CPU"},
-                {0xFFFF, std::nullopt, "OLD;"}};
+        // clang-format off
+    } rows[] = {{0, "Some CPU", "INTEL;Some CPU"}, {9, "Some CPU", "AMD64;Some CPU"},
+                {11, "", "NEUTRAL;"}, {9, std::nullopt, "AMD64;"},
+                {12, "Some CPU", "OLD;Some CPU"}, {0xFFFF, std::nullopt, "OLD;"}};
+    // clang-format on
     for (const auto& row : rows) {
         std::string cpu_model = "OLD";
         compose_cpu_model({row.code, row.name}, cpu_model);
@@ -125,34 +124,16 @@ TEST(paths_and_commands, install_path_drive_browser_executable_and_resolution) {
 }
 
 TEST(linux_texts, locale_machine_and_cpuinfo) {
+    // clang-format off
     const std::pair<const char*, std::uint16_t> locales[] = {
-        {"en_US.UTF-8", 1033},
-        {"en_GB.UTF-8", 2057},
-        {"zh_CN.UTF-8", 2052},
-        {"zh_TW.Big5", 1028},
-        {"de_AT@euro", 3079},
-        {"fr_CA.UTF-8", 3084},
-        {"es_MX.UTF-8", 2058},
-        {"pt_PT.UTF-8", 2070},
-        {"ko_KR.UTF-8", 1042},
-        {"tr_TR.UTF-8", 1055},
-        {"fi_FI.UTF-8", 1035},
-        {"sr_RS.UTF-8", 10266},
-        {"ar_AE.UTF-8", 14337},
-        {"it_IT", 1040},
-        {"cs_CZ", 1029},
-        {"he_IL", 1037},
-        {"lt_LT", 1063},
-        {"ca_ES.UTF-8", 1027},
-        {"en-US", 1033},
-        {"C", 1033},
-        {"C.UTF-8", 1033},
-        {"POSIX", 1033},
-        {"", 1033},
-        {"de_BE.UTF-8", 1031},  // an unlisted territory: the language's main one
-        {"zh", 2052},
-        {"tlh_XX.UTF-8", 0},
-        {"e", 0}};
+        {"en_US.UTF-8", 1033}, {"en_GB.UTF-8", 2057}, {"zh_CN.UTF-8", 2052}, {"zh_TW.Big5", 1028},
+        {"de_AT@euro", 3079}, {"fr_CA.UTF-8", 3084}, {"es_MX.UTF-8", 2058}, {"pt_PT.UTF-8", 2070},
+        {"ko_KR.UTF-8", 1042}, {"tr_TR.UTF-8", 1055}, {"fi_FI.UTF-8", 1035}, {"sr_RS", 10266},
+        {"ar_AE.UTF-8", 14337}, {"it_IT", 1040}, {"cs_CZ", 1029}, {"he_IL", 1037}, {"lt_LT", 1063},
+        {"ca_ES.UTF-8", 1027}, {"en-US", 1033}, {"C", 1033}, {"C.UTF-8", 1033}, {"POSIX", 1033},
+        {"", 1033}, {"zh", 2052}, {"tlh_XX.UTF-8", 0}, {"e", 0},
+        {"de_BE.UTF-8", 1031}};  // an unlisted territory: the language's main one
+    // clang-format on
     for (const auto& [locale, id] : locales) EXPECT_EQ(language_id_of_locale(locale), id) << locale;
 
     const std::pair<const char*, const char*> machines[] = {
