@@ -10,7 +10,7 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(answer_handlers record_file)
+[ ${#targets[@]} -eq 0 ] && targets=(answer_handlers record_file collector_requests)
 
 "$root/scripts/install-deps.sh" clang libclang-rt-14-dev
 build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"

@@ -136,7 +136,7 @@ bool collector_server::process_and_close_socket(socket_t sock) {
     current = &state;
     if (!stopping_ && stream.handshake()) {
         const auto idle = std::chrono::seconds(keep_alive_timeout_sec_);
-        const auto others_wait = [this] { return pool_->waiting() > 0; };
+        const auto others_wait = [this] { return pool_ && pool_->waiting() > 0; };
         for (size_t served = 0; served < keep_alive_max_count_; ++served) {
             // A new connection gets one timeout to send its request; an idle
             // one the keep-alive time, as long as no other connection waits.

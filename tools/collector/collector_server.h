@@ -42,8 +42,12 @@ public:
     // under way within the grace. listen_after_bind() returns once all are closed.
     void shut_down();
 
-private:
+protected:
+    // Serves one connection to its end; without listen() (the fuzz target
+    // feeds a socket pair) no other connection ever waits.
     bool process_and_close_socket(socket_t sock) override;
+
+private:
     bool for_this_host(const httplib::Request& req) const;
 
     settings settings_;
