@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config ccache
   qtbase5-dev libboost-dev libgoogle-glog-dev
   libgtest-dev libgmock-dev
-  libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev
+  libcpp-httplib-dev libssl-dev openssl zlib1g-dev libbrotli-dev
   libsqlite3-dev sqlite3 libpq-dev
   libjs-chart.js
 )

@@ -72,28 +72,25 @@ void local_server::on_post(const std::string& pattern, handler h) {
     server_->Post(pattern, h);
 }
 
-void local_server::answer(const std::string& pattern, const std::string& body,
-                          const std::string& type, int status) {
-    handler h = [body, type, status](const httplib::Request&, httplib::Response& res) {
-        res.status = status;
-        res.set_content(body, type.c_str());
-    };
+void local_server::on_any(const std::string& pattern, const handler& h) {
     on_get(pattern, h);
     on_post(pattern, h);
 }
 
-void local_server::answer_json(const std::string& pattern, const std::string& body, int status) {
-    answer(pattern, body, "application/json", status);
+void local_server::answer(const std::string& pattern, const std::string& body,
+                          const std::string& type, int status) {
+    on_any(pattern, [body, type, status](const httplib::Request&, httplib::Response& res) {
+        res.status = status;
+        res.set_content(body, type.c_str());
+    });
 }
 
 void local_server::answer_silently(const std::string& pattern, const std::string& late_body) {
-    handler h = [this, late_body](const httplib::Request&, httplib::Response& res) {
+    on_any(pattern, [this, late_body](const httplib::Request&, httplib::Response& res) {
         std::unique_lock<std::mutex> lock(mutex_);
         silent_cv_.wait_for(lock, std::chrono::seconds(60), [this] { return silent_released_; });
         res.set_content(late_body, "application/json");
-    };
-    on_get(pattern, h);
-    on_post(pattern, h);
+    });
 }
 
 void local_server::release_silent() {
@@ -135,14 +132,12 @@ void local_server::answer_truncated(const std::string& pattern, std::string cont
 }
 
 void local_server::answer_endlessly(const std::string& pattern) {
-    handler h = [](const httplib::Request&, httplib::Response& res) {
+    on_any(pattern, [](const httplib::Request&, httplib::Response& res) {
         res.set_chunked_content_provider("application/json", [](size_t, httplib::DataSink& sink) {
             static const std::string chunk(64 * 1024, '[');
             return sink.write(chunk.data(), chunk.size());
         });
-    };
-    on_get(pattern, h);
-    on_post(pattern, h);
+    });
 }
 
 std::vector<received_request> local_server::requests() const {

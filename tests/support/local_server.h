@@ -57,7 +57,9 @@ public:
     void on_post(const std::string& pattern, handler h);
 
     // Canned answers, for GET and POST alike.
-    void answer_json(const std::string& pattern, const std::string& body, int status = 200);
+    void answer_json(const std::string& pattern, const std::string& body, int status = 200) {
+        answer(pattern, body, "application/json", status);
+    }
     void answer(const std::string& pattern, const std::string& body, const std::string& type,
                 int status = 200);
     // Accepts and says nothing until release_silent() (or stop()), then
@@ -81,9 +83,8 @@ public:
     std::size_t request_count() const;
     bool wait_for_requests(std::size_t n, int timeout_ms = 10000) const;
 
-    httplib::Server& server() { return *server_; }
-
 private:
+    void on_any(const std::string& pattern, const handler& h);
     void record(const httplib::Request& req);
 
     std::unique_ptr<httplib::Server> server_;
