@@ -4,15 +4,10 @@
 // the test's folder, and PostgreSQL, in a database of its own in the cluster
 // that with_postgresql.sh starts and the PG* variables name.
 #include <libpq-fe.h>
-#include <sqlite3.h>
-
-#include <QDir>
 
 #include "collector_client.h"
 
 namespace collector_test {
-
-using table = std::vector<std::vector<std::string>>;
 
 // A test run once on each database, in a folder of its own.
 class on_each_database : public testing::TestWithParam<std::string> {
@@ -39,32 +34,18 @@ protected:
         return extra + QStringList{"--database", QString::fromStdString(database_)};
     }
 
-    // The rows of sql (which may also change the database), each column as text.
+    // The rows of sql (which may also change the database); a failure is {{"error", why}}.
     table stored(const std::string& sql) const {
-        table rows;
-        if (GetParam() == "sqlite") {
-            sqlite3* db = nullptr;
-            sqlite3_open(database_.c_str(), &db);
-            const auto add = [](void* out, int columns, char** values, char**) {
-                auto& added = static_cast<table*>(out)->emplace_back();
-                for (int i = 0; i < columns; ++i) added.emplace_back(values[i] ? values[i] : "");
-                return 0;
-            };
-            EXPECT_EQ(sqlite3_exec(db, sql.c_str(), add, &rows, nullptr), SQLITE_OK)
-                << sqlite3_errmsg(db);
-            sqlite3_close(db);
-            return rows;
-        }
+        if (GetParam() == "sqlite") return tool_test::sqlite_rows(database_, sql);
         std::unique_ptr<PGconn, void (*)(PGconn*)> db(PQconnectdb(database_.c_str()), PQfinish);
-        PQsetNoticeProcessor(
-            db.get(), [](void*, const char*) {}, nullptr);
         std::unique_ptr<PGresult, void (*)(PGresult*)> result(PQexec(db.get(), sql.c_str()),
                                                               PQclear);
-        EXPECT_EQ(PQresultErrorMessage(result.get()), std::string()) << sql;
-        for (int row = 0; row < PQntuples(result.get()); ++row)
+        if (*PQresultErrorMessage(result.get()))
+            return {{"error", PQresultErrorMessage(result.get())}};
+        table rows(PQntuples(result.get()));
+        for (size_t row = 0; row < rows.size(); ++row)
             for (int column = 0; column < PQnfields(result.get()); ++column)
-                (column ? rows.back() : rows.emplace_back())
-                    .emplace_back(PQgetvalue(result.get(), row, column));
+                rows[row].emplace_back(PQgetvalue(result.get(), int(row), column));
         return rows;
     }
 

@@ -4,7 +4,6 @@
 namespace {
 
 using namespace collector_test;
-using tool_test::collector_process;
 
 class collector_limits : public on_each_database {};
 ON_DATABASES(collector_limits, "sqlite", "postgresql");
@@ -39,10 +38,8 @@ TEST_P(collector_limits, misbehaving_clients_are_cut_off_and_others_are_served_m
         table.push_back({"slow headers", "GET / HTTP/1.1\r\n", "X: y\r\n", "408", too_long});
     std::vector<std::unique_ptr<raw_client>> clients;
     std::vector<QByteArray> received(table.size());
-    for (const misbehaviour& row : table) {
-        clients.push_back(std::make_unique<raw_client>(collector.port()));
-        clients.back()->send(row.head);
-    }
+    for (const misbehaviour& row : table)
+        clients.emplace_back(new raw_client(collector.port()))->send(row.head);
     // Each round drips a little on each client, a tenth of a second in all,
     // for three seconds: the collector's timeout is one.
     for (int round = 0; round < 30; ++round) {

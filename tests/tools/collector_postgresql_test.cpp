@@ -7,7 +7,6 @@
 namespace {
 
 using namespace collector_test;
-using tool_test::collector_process;
 
 class collector_postgresql : public on_each_database {
 protected:
@@ -21,7 +20,7 @@ protected:
             tool_test::write_record(QString("%1/keploinfo/r%2.info2").arg(host).arg(i),
                                     QString(R"({"record":"%1-%2"})").arg(host).arg(i).toUtf8(),
                                     "usage", 60);
-        return {INFORMATION_UPLOADER_PATH, {"--workdir", host, "--upload-url", to.url("/d")}, ""};
+        return {INFORMATION_UPLOADER_PATH, {"--workdir", host, "--upload-url", to.url("/d")}};
     }
     // pg_ctlcluster on the cluster that pg_virtualenv made.
     static bool cluster(const QString& action) {
@@ -37,21 +36,20 @@ TEST_P(collector_postgresql, two_collectors_store_what_both_receive_once_and_bot
     EXPECT_EQ(one.stop(0, 60000).exit_code, 0);
     EXPECT_EQ(two.stop(0, 60000).exit_code, 0);
     const request file{"POST", "/up", test_app_id, form_type, form({{"file", "scan.zip", "zip"}})};
-    for (const collector_process* to : {&first, &second})
-        EXPECT_EQ(send(to->port(), file)->status, 200);
+    for (const collector_process* to : {&first, &second}) EXPECT_EQ(send(*to, file)->status, 200);
     EXPECT_EQ(stored("SELECT count(*), count(DISTINCT body), count(DISTINCT f.id) "
                      "FROM information i JOIN record_facts f ON f.id = i.id"),
               (table{{"300", "300", "300"}}));
     EXPECT_EQ(QDir("files").entryList(QDir::Files).filter("_scan.zip").size(), 2);
     for (const collector_process* on : {&first, &second})
-        EXPECT_NE(send(on->port(), get("/api/summary"))->body.find(R"("records":300,)"),
+        EXPECT_NE(send(*on, get("/api/summary"))->body.find(R"("records":300,)"),
                   std::string::npos);
 }
 
 TEST_P(collector_postgresql, answers_failed_while_the_database_is_away_then_carries_on) {
     collector_process collector("away", on("away"));
-    const request record{"POST", "/d?type=usage", test_app_id, json_type, R"({"n":1})"};
-    EXPECT_EQ(send(collector.port(), record)->body, R"({"status":"success"})");
+    const request record = post("/d?type=usage", R"({"n":1})", test_app_id);
+    EXPECT_EQ(send(collector, record)->body, ok);
     ASSERT_TRUE(cluster("stop"));
     struct start_at_end {
         ~start_at_end() { cluster("start"); }  // also when the test stops early
@@ -59,17 +57,17 @@ TEST_P(collector_postgresql, answers_failed_while_the_database_is_away_then_carr
     for (const auto& [sent, answer] : std::vector<std::pair<request, std::string>>{
              {record, "could not store: "},
              {get("/api/summary"), "could not read the database: "}}) {
-        const auto res = send(collector.port(), sent);
+        const auto res = send(collector, sent);
         EXPECT_EQ(res->status, 500);
         EXPECT_EQ(res->body.rfind(R"({"status":"failed","result":")" + answer, 0), 0u) << res->body;
     }
     EXPECT_EQ(upload("host", collector, 1).stop(0, 30000).exit_code, 1);  // the record is kept
     ASSERT_TRUE(cluster("start"));
-    EXPECT_EQ(send(collector.port(), record)->body, R"({"status":"success"})");
+    EXPECT_EQ(send(collector, record)->body, ok);
     EXPECT_EQ(upload("host", collector).stop(0, 30000).exit_code, 0);
     EXPECT_EQ(stored("SELECT body FROM information ORDER BY id"),
               (table{{R"({"n":1})"}, {R"({"n":1})"}, {R"({"record":"host-0"})"}}));
-    EXPECT_EQ(collector.tool().stop(SIGTERM).exit_code, 0);  // with LeakSanitizer: nothing leaked
+    EXPECT_EQ(collector.stop(SIGTERM).exit_code, 0);  // with LeakSanitizer: nothing leaked
 }
 
 }  // namespace

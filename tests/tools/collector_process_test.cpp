@@ -1,18 +1,14 @@
-// information_collector as a process: start-up, HTTPS, and how it stops.
+// information_collector as a process: how it stops, and why it cannot start.
 #include <signal.h>
 
-#include <QDir>
-#include <QFile>
 #include <atomic>
 #include <thread>
 
 #include "collector_backend.h"
-#include "local_server.h"
 
 namespace {
 
 using namespace collector_test;
-using tool_test::collector_process;
 
 class collector_process_on : public on_each_database {};
 ON_DATABASES(collector_process_on, "sqlite", "postgresql");
@@ -36,20 +32,17 @@ TEST_P(collector_process_on, stops_within_two_seconds_and_keeps_what_it_acknowle
     for (const stop& row : table) {
         SCOPED_TRACE(row.name);
         collector_process collector(row.name, on(row.name, {"--files-dir", "../installers"}));
+        const auto acknowledges = [&] {
+            const auto res = send(collector, post("/d?type=u", R"({"n":1})", test_app_id));
+            return res && res->body == ok;
+        };
         std::atomic<int> acknowledged{0};
         std::vector<std::thread> posters;
         for (int i = 0; row.busy && i < 4; ++i)
             posters.emplace_back([&] {
-                httplib::Client client("127.0.0.1", collector.port());
-                for (;;) {
-                    const auto res = client.Post("/d?type=u", {{"X-Auth-AppID", test_app_id}},
-                                                 R"({"n":1})", json_type);
-                    if (!res || res->body != R"({"status":"success"})") return;
-                    ++acknowledged;
-                }
+                while (acknowledges()) ++acknowledged;
             });
-        raw_client slow(collector.port());
-        raw_client download(collector.port());
+        raw_client slow(collector.port()), download(collector.port());
         if (row.busy) {
             slow.send("POST /d?type=u HTTP/1.1\r\n");
             download.send("GET /files/big.bin HTTP/1.1\r\n\r\n");
@@ -57,34 +50,17 @@ TEST_P(collector_process_on, stops_within_two_seconds_and_keeps_what_it_acknowle
             EXPECT_TRUE(slow.receive(300).isEmpty());
         }
         for (int signal_number : row.signal_numbers) {
-            ::kill(collector.tool().pid(), signal_number);
-            ASSERT_TRUE(collector.tool().wait_for_output("information_collector: stopping", 1000));
+            ::kill(collector.pid(), signal_number);
+            ASSERT_TRUE(collector.wait_for_output("information_collector: stopping", 1000));
         }
-        const auto result = collector.tool().stop(0, 2000);
+        const auto result = collector.stop(0, 2000);
         for (std::thread& poster : posters) poster.join();
-        EXPECT_TRUE(result.finished);
         EXPECT_EQ(result.exit_code, row.exit_code);
         EXPECT_TRUE(result.out.contains(row.said)) << result.out.toStdString();
         const int kept = std::stoi(stored("SELECT count(*) FROM information")[0][0]);
         EXPECT_GE(kept, acknowledged.load());
         EXPECT_LE(kept, acknowledged.load() + 4);  // stored, but the answer was cut
         EXPECT_EQ(GetParam() == "sqlite" ? stored("PRAGMA integrity_check")[0][0] : "ok", "ok");
-    }
-}
-
-TEST(collector_process, serves_https_with_a_certificate_and_key) {
-    const QString folder = QDir::current().absoluteFilePath("tls");
-    QDir().mkpath(folder);
-    const auto tls = test_support::make_self_signed_certificate(folder.toStdString());
-    collector_process collector("https", {"--cert", QString::fromStdString(tls.certificate),
-                                          "--key", QString::fromStdString(tls.key)});
-    EXPECT_TRUE(collector.tool().output().contains("listening on https://127.0.0.1:"));
-    httplib::SSLClient client("127.0.0.1", collector.port());
-    client.enable_server_certificate_verification(false);
-    for (int i = 0; i < 2; ++i) {  // the second over the same connection
-        const auto res = client.Post("/d?type=u", {{"X-Auth-AppID", test_app_id}}, "{}", json_type);
-        ASSERT_TRUE(res);
-        EXPECT_EQ(res->body, R"({"status":"success"})");
     }
 }
 
@@ -108,12 +84,12 @@ TEST(collector_process, says_why_it_cannot_start) {
              {"--no-such-option"}})
         table.push_back({arguments, 2, {"Usage:"}});
     // clang-format on
-    for (const auto& row : table) {
-        SCOPED_TRACE(std::get<0>(row).join(' ').toStdString());
+    for (const auto& [arguments, exit_code, lines] : table) {
+        SCOPED_TRACE(arguments.join(' ').toStdString());
         const auto result =
-            tool_test::run_tool(INFORMATION_COLLECTOR_PATH, std::get<0>(row), "first");
-        EXPECT_EQ(result.exit_code, std::get<1>(row));
-        for (const QString& said : std::get<2>(row))
+            tool_test::running_tool(INFORMATION_COLLECTOR_PATH, arguments, "first").stop(0, 20000);
+        EXPECT_EQ(result.exit_code, exit_code);
+        for (const QString& said : lines)
             EXPECT_TRUE(result.err.contains(said)) << result.err.toStdString();
     }
 }
