@@ -18,7 +18,6 @@ using tool_test::table;
 
 const char* const test_app_id = "3c1f9a7e55d04b28a6e2f0b9d4c87a13";
 const char* const release_app_id = "a94e07b3c2d851f6e0b7a4c39d2f6e58";
-const char* const json_type = "application/json;charset=utf-8";
 const std::string ok = R"({"status":"success"})";
 
 inline std::string failed(const std::string& why) {
@@ -35,7 +34,7 @@ inline request get(const std::string& target) {
 }
 
 inline request post(const std::string& target, const std::string& body, const char* app_id) {
-    return {"POST", target, app_id, json_type, body};
+    return {"POST", target, app_id, "application/json;charset=utf-8", body};
 }
 
 // The answer; its status is -1 when none came.
@@ -91,8 +90,7 @@ protected:
     QStringList on(const QString& folder, const QStringList& extra = {}) {
         database_ = QDir(folder).absoluteFilePath("collector.sqlite").toStdString();
         if (GetParam() == "postgresql") {
-            const std::string name =
-                "collector_" + folder.toLower().replace(' ', '_').toStdString();
+            const auto name = "collector_" + folder.toLower().replace(' ', '_').toStdString();
             database_ = "postgresql:///postgres";
             stored("CREATE DATABASE " + name);
             database_ = "postgresql:///" + name;

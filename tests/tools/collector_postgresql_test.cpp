@@ -49,9 +49,7 @@ TEST_P(collector_postgresql, answers_failed_while_the_database_is_away_then_carr
     const request record = post("/d?type=usage", R"({"n":1})", test_app_id);
     EXPECT_EQ(send(collector, record).body, ok);
     ASSERT_TRUE(cluster("stop"));
-    struct start_at_end {
-        ~start_at_end() { cluster("start"); }  // also when the test stops early
-    } restart;
+    std::shared_ptr<void> restart(nullptr, [](void*) { cluster("start"); });  // also on failure
     for (const auto& [sent, why] : std::vector<std::pair<request, std::string>>{
              {record, "store: "}, {get("/api/summary"), "read the database: "}}) {
         const auto res = send(collector, sent);

@@ -16,22 +16,18 @@ long peak_resident_kib(qint64 pid) {
     return QRegularExpression("VmHWM:\\s*(\\d+)").match(status.readAll()).captured(1).toLong();
 }
 
-struct exchange {
-    const char* name;
-    request sent;
-    int status;
-    testing::Matcher<std::string> answer;  // the body
-};
+// A row: its name, the request, and the status and body of the answer.
+using exchange = std::tuple<const char*, request, int, testing::Matcher<std::string>>;
 
 // Returns the bodies of the answers.
 std::vector<std::string> expect_answers(const collector_process& to,
                                         const std::vector<exchange>& table) {
     std::vector<std::string> bodies;
-    for (const exchange& row : table) {
-        const auto res = send(to, row.sent);
+    for (const auto& [name, sent, status, body] : table) {
+        const auto res = send(to, sent);
         bodies.push_back(res.body);
-        EXPECT_EQ(res.status, row.status) << row.name;
-        EXPECT_THAT(bodies.back(), row.answer) << row.name;
+        EXPECT_EQ(res.status, status) << name;
+        EXPECT_THAT(res.body, body) << name;
     }
     return bodies;
 }
@@ -132,7 +128,7 @@ TEST_P(collector_routes, refusals_say_what_was_wrong_and_keep_nothing) {
         {"no boundary", {"POST", "/up", own_id, "multipart/form-data", one_file.body}, 400, malformed},
         {"cut short", {"POST", "/up", own_id, one_file.content_type, one_file.body.substr(0, 60)}, 400, malformed},
         {"file too large", form({{"file", "b", big}}, own_id), 413, too_large},
-        {"another method", {"PUT", "/up", own_id, json_type, "{}"}, 405, failed("method not allowed")},
+        {"another method", {"PUT", "/up", own_id, "application/json", "{}"}, 405, failed("method not allowed")},
         {"a page of another site (DNS rebinding)", {"GET", "/api/summary", "", "", "", "a.example:80"},
                 421, failed("unknown host")},
         {"a name of this machine", {"GET", "/x", "", "", "", "LocalHost:1"}, 404, failed("not found")},
