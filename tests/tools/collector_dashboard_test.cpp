@@ -3,54 +3,52 @@
 // each filter; the page and its assets; uploaded files as downloads.
 #include <signal.h>
 
-#include "collector_backend.h"
+#include "collector_fixture.h"
 
 namespace {
 
 using namespace collector_test;
-using tool_test::collector_process;
 
 std::string usage(const std::string& os, const std::string& hardware = "") {
     return R"({"softwareVer":"1.4.2","modelName":"scanner-a","osSoftExt":{"osName":")" + os +
            R"(","lang":"de_DE","resolution":"1920*1080"},"osHdExt":{)" + hardware + "}}";
 }
 
-class collector_dashboard : public on_each_database {};
 ON_DATABASES(collector_dashboard, "sqlite", "postgresql");
 
 TEST_P(collector_dashboard, answers_count_stored_and_posted_records_under_each_filter) {
     const QStringList arguments = on("dashboard");
-    collector_process("dashboard", arguments).tool().stop(SIGTERM);  // makes the tables
+    collector_process("dashboard", arguments).stop(SIGTERM);  // makes the tables
     // Stored by an older collector: no facts, or those of an older version.
-    stored(std::string(GetParam() == "sqlite" ? "PRAGMA user_version = 0;"
-                                              : "UPDATE collector_schema SET version = 0;") +
-           "DROP TABLE record_facts; CREATE TABLE record_facts (id "
-           "INTEGER PRIMARY KEY, os_name TEXT); INSERT INTO record_facts VALUES (1, 'stale');"
-           "INSERT INTO information (received_at, app_id, type, body) VALUES "
-           "('2026-01-05T10:00:00Z', 'old-app', 'usage', '" +
-           usage("Windows 10", R"("cpu":[{"cpuModel":"i7"}],"memSize":8000000000,)"
-                               R"("gpu":[{"gpuModel":"RTX"},{"gpuModel":"UHD"}])") +
-           "'), ('2026-01-06T10:00:00Z', 'old-app', 'usage', '" +
-           R"({"osSoftExt":{"osName":"x"},"osSoftExt":{"osName":"repeated"}})" +
-           "'), ('2026-01-07T10:00:00Z', 'old-app', 'scan', '" +
-           R"({"osSoftExt":{"osName":"deep"},"x":)" + std::string(300, '[') +
-           std::string(300, ']') + "}');");
+    const std::string version = GetParam() == "sqlite" ? "PRAGMA user_version = 0;"
+                                                       : "UPDATE collector_schema SET version = 0;";
+    EXPECT_EQ(stored(version +
+                     "DROP TABLE record_facts; CREATE TABLE record_facts (id INTEGER PRIMARY KEY, "
+                     "os_name TEXT); INSERT INTO record_facts VALUES (1, 'stale'); INSERT INTO "
+                     "information (received_at, app_id, type, body) VALUES "
+                     "('2026-01-05T10:00:00Z', 'old-app', 'usage', '" +
+                     usage("Windows 10", R"("cpu":[{"cpuModel":"i7"}],"memSize":8000000000,)"
+                                         R"("gpu":[{"gpuModel":"RTX"},{"gpuModel":"UHD"}])") +
+                     "'), ('2026-01-06T10:00:00Z', 'old-app', 'usage', '" +
+                     R"({"osSoftExt":{"osName":"x"},"osSoftExt":{"osName":"repeated"}})" +
+                     "'), ('2026-01-07T10:00:00Z', 'old-app', 'scan', '" +
+                     R"({"osSoftExt":{"osName":"deep"},"x":)" + std::string(300, '[') +
+                     std::string(300, ']') + "}');"),
+              table{});
     collector_process collector("dashboard", arguments);
-    EXPECT_TRUE(collector.tool().output().contains("figures taken from 3 stored records"));
-    const auto post = [&](const std::string& type, const std::string& body, const char* app) {
-        const request sent{"POST", "/d?type=" + type, app, json_type, body};
-        EXPECT_EQ(send(collector.port(), sent)->body, R"({"status":"success"})");
+    EXPECT_TRUE(collector.output().contains("figures taken from 3 stored records"));
+    const auto store = [&](const std::string& type, const std::string& body, const char* app) {
+        EXPECT_EQ(send(collector, post("/d?type=" + type, body, app)).body, ok);
     };
-    for (int i = 0; i < 12; ++i) post("usage", usage("os-" + std::to_string(i % 11)), test_app_id);
-    post("usage", R"({"osSoftExt":{"osName":42},"osHdExt":{"memSize":"lots"}})", test_app_id);
+    for (int i = 0; i < 12; ++i) store("usage", usage("os-" + std::to_string(i % 11)), test_app_id);
+    store("usage", R"({"osSoftExt":{"osName":42},"osHdExt":{"memSize":"lots"}})", test_app_id);
     for (const char* score : {"9", "3", "9", "\"9\""})
-        post("score", std::string(R"({"content":{"score":)") + score + "}}", test_app_id);
+        store("score", std::string(R"({"content":{"score":)") + score + "}}", test_app_id);
     const std::string feedback =
         R"({"content":{"email":"a@example.com","content":"<b>Great</b>","attachs":["v.png"]}})";
-    post("feedback", feedback, release_app_id);
-    const auto file = send(collector.port(), {"POST", "/up", test_app_id, form_type,
-                                              form({{"file", "vase scan.png", "png!"}})});
-    const std::string kept_as = file->body.substr(40, 32) + "_vase%20scan.png";
+    store("feedback", feedback, release_app_id);
+    const auto file = send(collector, form({{"file", "vase scan.png", "png!"}}, test_app_id));
+    const std::string kept_as = file.body.substr(40, 32) + "_vase%20scan.png";
 
     // Each row: a target, the status and fragments of the body it is answered.
     // clang-format off
@@ -93,20 +91,18 @@ TEST_P(collector_dashboard, answers_count_stored_and_posted_records_under_each_f
     // clang-format on
     for (const auto& [target, status, fragments] : table) {
         SCOPED_TRACE(target);
-        const auto res = send(collector.port(), get(target));
-        ASSERT_TRUE(res);
-        EXPECT_EQ(res->status, status);
+        const auto res = send(collector, get(target));
+        EXPECT_EQ(res.status, status);
         for (const std::string& fragment : fragments)
-            EXPECT_NE(res->body.find(fragment), std::string::npos) << fragment << "\n" << res->body;
+            EXPECT_NE(res.body.find(fragment), std::string::npos) << fragment << "\n" << res.body;
         if (status != 200) continue;
-        EXPECT_EQ(res->get_header_value("Content-Security-Policy").rfind("default-src 'self';"),
+        EXPECT_EQ(res.get_header_value("Content-Security-Policy").rfind("default-src 'self';", 0),
                   0u);
         // Uploads are offered as downloads, never shown in the page's origin.
-        const bool upload = target.find("/uploads/") != std::string::npos;
-        EXPECT_EQ(res->get_header_value("Content-Disposition").substr(0, 12),
-                  upload ? "attachment; " : "");
+        EXPECT_EQ(res.get_header_value("Content-Disposition").substr(0, 12),
+                  target.find("/uploads/") != std::string::npos ? "attachment; " : "");
     }
-    const auto stopped = collector.tool().stop(SIGTERM);  // with LeakSanitizer: nothing leaked
+    const auto stopped = collector.stop(SIGTERM);  // with LeakSanitizer: nothing leaked
     EXPECT_EQ(stopped.exit_code, 0) << stopped.err.toStdString();
     // The page's polling is not printed; what it could not answer is.
     EXPECT_TRUE(stopped.out.contains("GET /api/records/99 -> 404"));

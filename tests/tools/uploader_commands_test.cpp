@@ -51,8 +51,9 @@ TEST_F(uploader_commands, each_command_prints_its_result_or_says_what_failed) {
     QString stored_id;
     for (const command_row& row : rows) {
         // A --workdir among the row's arguments comes later and wins.
-        const auto result = tool_test::run_tool(INFORMATION_UPLOADER_PATH,
-                                                QStringList{"--workdir", host} + row.arguments);
+        const auto result = tool_test::running_tool(INFORMATION_UPLOADER_PATH,
+                                                    QStringList{"--workdir", host} + row.arguments)
+                                .stop(0, 20000);
         EXPECT_TRUE(ended(result, row.exit_code, row.lines))
             << row.arguments.join(' ').toStdString();
         EXPECT_TRUE(row.exit_code == 0 || result.out.isEmpty());

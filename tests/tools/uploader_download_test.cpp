@@ -91,8 +91,7 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
         const QStringList arguments{"-c",        shell,   INFORMATION_UPLOADER_PATH,
                                     "download",  row.url, target.absoluteFilePath(),
                                     "--workdir", host};
-        runs.emplace_back(
-            new tool_test::running_tool("/bin/bash", arguments + row.options, QString()));
+        runs.emplace_back(new tool_test::running_tool("/bin/bash", arguments + row.options));
     }
     auto entries = [](const QString& folder) {
         return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);

@@ -12,7 +12,7 @@
 // url_config.ini, keploinfo/) in the test's own temporary folder.
 class uploader_test : public testing::Test {
 protected:
-    using table = std::vector<std::vector<std::string>>;  // rows of the collector's database
+    using table = tool_test::table;
     const QString host = QDir::current().absoluteFilePath("host");
 
     // A fresh working folder: res/system.ini, and the information-upload address.

@@ -89,8 +89,8 @@ TEST_F(uploader_upload, each_answer_of_the_service_decides_the_records_fate) {
         const QString fresh = add_record("fresh.info2", "share", 0);
 
         tool_test::running_tool run(INFORMATION_UPLOADER_PATH,
-                                    QStringList{"--workdir", host} + row.arguments, QString());
-        if (row.to.endsWith("/late") && run.wait_for_output("net connect time out", 20000, true))
+                                    QStringList{"--workdir", host} + row.arguments);
+        if (row.to.endsWith("/late") && run.wait_for_output("net connect time out", 20000))
             other.release_silent();
         EXPECT_TRUE(ended(run.stop(0, 20000), row.exit_code, row.lines));
         for (const QString& path : paths)
@@ -108,8 +108,8 @@ TEST_F(uploader_upload, watch_sends_records_written_between_passes_and_stops_on_
     configure(1, 5, collector.url("/dtta"), /*interval=*/1);
     add_record("first.info2", "usage");
 
-    tool_test::running_tool run(INFORMATION_UPLOADER_PATH, {"upload", "--watch", "--workdir", host},
-                                QString());
+    tool_test::running_tool run(INFORMATION_UPLOADER_PATH,
+                                {"upload", "--watch", "--workdir", host});
     ASSERT_TRUE(run.wait_for_output("upload: next pass in 1 s")) << run.output().toStdString();
     EXPECT_TRUE(run.output().contains("sent       keploinfo/first.info2 (usage)"));
     // Written by the host meanwhile, long enough before the next pass.
