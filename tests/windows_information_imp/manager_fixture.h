@@ -6,9 +6,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <memory>
@@ -21,35 +18,6 @@ namespace test_support {
 
 namespace api = TarvoConsumerScanner::information_api;
 using api::windows_information_imp;
-
-// One record file as it lies on disk.
-struct stored_record {
-    QString type;
-    QByteArray data;  // the JSON text under "data"
-    QJsonObject document;
-};
-
-inline stored_record read_stored_record(const QString& path) {
-    const QSettings file(path, QSettings::IniFormat);
-    const QByteArray data = file.value("data").toByteArray();
-    return {file.value("type").toString(), data, QJsonDocument::fromJson(data).object()};
-}
-
-// JSON in the serialiser's form (sorted keys), so that a mismatch shows as a
-// readable diff; a typo in an expected text fails loudly.
-inline std::string json_text(const QJsonValue& value) {
-    if (value.isObject()) return QJsonDocument(value.toObject()).toJson().toStdString();
-    if (value.isArray()) return QJsonDocument(value.toArray()).toJson().toStdString();
-    return QJsonDocument(QJsonArray{value}).toJson().toStdString();
-}
-inline QJsonValue json_value(const char* text) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << text;
-    return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-}
-#define EXPECT_JSON_EQ(actual, expected_text) \
-    EXPECT_EQ(json_text(actual), json_text(json_value(expected_text)))
 
 // Each test works in a folder of its own (the store and the settings files
 // are relative to the working directory) with a manager made as the separate
