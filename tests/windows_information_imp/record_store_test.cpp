@@ -23,26 +23,23 @@ QDateTime days_ago(int days) {
 
 TEST_F(store_test, due_records_were_last_written_three_seconds_before_the_start) {
     const QDateTime start = now_in_seconds();
-    const struct {
-        const char* name;
-        int seconds;  // last written, relative to the start
-        bool due;
-    } rows[] = {{"ten.info2", -10, true},
-                {"three.info2", -3, true},
-                {"two.info2", -2, false},
-                {"running.info2", 5, false},
-                {".info2", -60, true},        // the usage record of a session that never started
-                {"old.score2", -100, false},  // scores are listed apart
-                // Equal times come in the order of a time-sorted folder walked backwards.
-                {"b.info2", -30, true},
-                {"d.info2", -30, true},
-                {"a.info2", -30, true}};
-    QStringList expected{"first", "second"};
-    for (const auto& row : rows) write_record(row.name, start.addSecs(row.seconds));
+    // clang-format off
+    const std::pair<const char*, int> rows[] = {  // the name, the last write from the start
+        {"ten.info2", -10}, {"three.info2", -3}, {"two.info2", -2}, {"running.info2", 5},
+        {".info2", -60},  // the usage record of a session that never started
+        // Equal times come in the order of a time-sorted folder walked backwards.
+        {"b.info2", -30}, {"d.info2", -30}, {"a.info2", -30},
+        {"old.score2", -100}, {"new.score2", 5},  // scores are listed apart, whatever their age
+        {"../elsewhere.info2", -60}};             // a record outside, reached by links
+    // clang-format on
+    for (const auto& [name, seconds] : rows) write_record(name, start.addSecs(seconds));
+    for (const char* link : {"keploinfo/link.info2", "keploinfo/link.score2"})
+        ASSERT_TRUE(QFile::link(workdir_.filePath("elsewhere.info2"), link));
+    QDir().mkpath("keploinfo/folder.info2");
+    QStringList listed{"first", "second"}, expected = listed;
     for (const char* name : {".info2", "d.info2", "b.info2", "a.info2", "ten.info2", "three.info2"})
         expected << QFileInfo("keploinfo/" + QString(name)).absoluteFilePath();
 
-    QStringList listed{"first", "second"};
     EXPECT_EQ(manager_->list_due_records(listed), 0) << "without a start time nothing is due";
     EXPECT_EQ(listed.size(), 2);
     qApp->setProperty("start_time", start);
@@ -50,10 +47,20 @@ TEST_F(store_test, due_records_were_last_written_three_seconds_before_the_start)
     EXPECT_EQ(listed, expected);
     EXPECT_TRUE(logs_.contains("day_diff10upload file " + expected[6].toStdString()));
     EXPECT_EQ(logs_.count("upload file "), 6);
-    EXPECT_EQ(record_names().size(), 9) << "listing removes nothing";
+    QStringList scores{"first"};
+    manager_->list_score_files(scores);
+    EXPECT_EQ(scores, (QStringList{"first", QFileInfo("keploinfo/old.score2").absoluteFilePath(),
+                                   QFileInfo("keploinfo/new.score2").absoluteFilePath()}));
+    EXPECT_TRUE(logs_.contains("file=old.score2") && logs_.contains("file=new.score2"));
+    EXPECT_EQ(record_names().size(), 12) << "listing removes nothing";
 
     qApp->setProperty("start_time", start.addSecs(-100));
     EXPECT_EQ(manager_->list_due_records(listed), 0) << "nothing appended, whatever the list held";
+    QDir("keploinfo").removeRecursively();  // a missing folder gives empty listings
+    QStringList none;
+    manager_->list_score_files(none);
+    manager_->delete_old_records();
+    EXPECT_TRUE(manager_->list_due_records(none) == 0 && none.isEmpty());
 }
 
 TEST_F(store_test, pruning_deletes_usage_records_older_than_remain_days_oldest_first) {
@@ -81,69 +88,34 @@ TEST_F(store_test, pruning_deletes_usage_records_older_than_remain_days_oldest_f
     }
 }
 
-TEST_F(store_test, score_files_are_listed_oldest_first_without_an_age_test) {
-    const QString recent = write_record("recent.score2", QDateTime::currentDateTime(), "score");
-    const QString old = write_record("old.score2", days_ago(90), "score");
-    write_record("usage.info2", days_ago(90));
-    QStringList listed{"first"};
-    manager_->list_score_files(listed);
-    EXPECT_EQ(listed, (QStringList{"first", old, recent}));
-    EXPECT_TRUE(logs_.contains("file=old.score2") && logs_.contains("file=recent.score2"));
-
-    QDir("keploinfo").removeRecursively();  // a missing folder gives empty listings
-    QStringList none;
-    manager_->list_score_files(none);
-    qApp->setProperty("start_time", QDateTime::currentDateTime());
-    EXPECT_EQ(manager_->list_due_records(none), 0);
-    manager_->delete_old_records();
-    EXPECT_TRUE(none.isEmpty());
-}
-
-TEST_F(store_test, a_record_reads_back_as_a_plain_ini_file_both_ways) {
+TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
     const QByteArray json = u8"{\n    \"industry\": \"齿科\",\n    \"score\": 5\n}\n";
-    const QString ours = QFileInfo("keploinfo/ours.score2").absoluteFilePath();
-    api::write_record_file(ours, json, "score");
-    const QSettings read_plainly(ours, QSettings::IniFormat);
+    api::write_record_file("keploinfo/ours.score2", json, "score");
+    const QSettings read_plainly("keploinfo/ours.score2", QSettings::IniFormat);
     EXPECT_EQ(read_plainly.childKeys(), (QStringList{"data", "type"}));
     EXPECT_EQ(read_plainly.value("data").type(), QVariant::ByteArray);
-    QString data, type;
-    EXPECT_EQ(manager_->read_record_file(ours, data, type), 0);
-    EXPECT_EQ(data, QString::fromUtf8(json));
-    EXPECT_EQ(type, "score");
-    EXPECT_TRUE(logs_.contains("type= \"score\""));
-
-    const QString theirs = QFileInfo("keploinfo/theirs.info2").absoluteFilePath();
-    QSettings(theirs, QSettings::IniFormat).setValue("type", "feedback");
-    EXPECT_EQ(manager_->read_record_file(theirs, data, type), 0);
-    EXPECT_EQ(type, "feedback");
-    EXPECT_TRUE(data.isEmpty());
-
-    const QString missing = QFileInfo("keploinfo/missing.info2").absoluteFilePath();
-    data = "untouched", type = "untouched";
-    EXPECT_EQ(manager_->read_record_file(missing, data, type), -1);
-    EXPECT_EQ(data + type, "untoucheduntouched");
-    EXPECT_TRUE(logs_.contains("file not exist" + missing.toStdString()));
-}
-
-TEST_F(store_test, records_are_regular_files_never_what_a_link_leads_to) {
-    const QDateTime start = now_in_seconds();
-    qApp->setProperty("start_time", start);
-    const QString real = write_record("real.info2", start.addSecs(-60));
-    const QString elsewhere = workdir_.filePath("elsewhere.ini");
-    QSettings(elsewhere, QSettings::IniFormat).setValue("data", "secret");
-    for (const char* link : {"keploinfo/link.info2", "keploinfo/link.score2"})
-        ASSERT_TRUE(QFile::link(elsewhere, link));
+    QSettings("keploinfo/theirs.info2", QSettings::IniFormat).setValue("type", "feedback");
+    QSettings("keploinfo/odd.info2", QSettings::IniFormat).setValue("data", "no byte array");
+    ASSERT_TRUE(
+        QFile::link(write_record("../elsewhere.info2", now_in_seconds()), "keploinfo/link.info2"));
     QDir().mkpath("keploinfo/folder.info2");
-
-    QStringList due, scores;
-    EXPECT_EQ(manager_->list_due_records(due), 1);
-    EXPECT_EQ(due, QStringList{real});
-    manager_->list_score_files(scores);
-    EXPECT_TRUE(scores.isEmpty());
-    QString data = "untouched", type = "untouched";
-    for (const char* path : {"keploinfo/link.info2", "keploinfo/folder.info2"})
-        EXPECT_EQ(manager_->read_record_file(path, data, type), -1) << path;
-    EXPECT_EQ(data + type, "untoucheduntouched");
+    const QString untouched = "untoucheduntouched";
+    const std::tuple<const char*, int, QString> rows[] = {
+        {"ours.score2", 0, QString::fromUtf8(json) + "score"},
+        {"theirs.info2", 0, "feedback"},  // without data
+        {"missing.info2", -1, untouched},
+        {"odd.info2", -1, untouched},
+        {"link.info2", -1, untouched},
+        {"folder.info2", -1, untouched}};
+    for (const auto& [name, result, data_and_type] : rows) {
+        QString data = "untouched", type = "untouched";
+        const QString path = QFileInfo(QString("keploinfo/") + name).absoluteFilePath();
+        EXPECT_EQ(manager_->read_record_file(path, data, type), result) << name;
+        EXPECT_EQ(data + type, data_and_type) << name;
+    }
+    EXPECT_TRUE(logs_.contains("type= \"score\""));
+    EXPECT_TRUE(logs_.contains(
+        "file not exist" + QFileInfo("keploinfo/missing.info2").absoluteFilePath().toStdString()));
 }
 
 TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
@@ -157,42 +129,32 @@ TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
         {"type=\\x40Variant(\\0\\0)\n", false},  // an escaped '@'
         {"type=@Variant(\\0\\0)\n", false},
         {"=\r\xb3=@Variant(\\0)\n", false},  // a carriage return ends a line too
-        {"[Other]\ndata=@ByteArray(x)\n", false},
-        {"size=@Size(1 2)\n", false}};
+        {"[Other]\ndata=@ByteArray(x)\n", false}};
     for (const auto& [ini, record] : rows) EXPECT_EQ(api::shaped_like_a_record(ini), record) << ini;
 }
 
 TEST_F(store_test, settings_give_the_upload_configuration) {
     const QString release = INFORMATION_API_RELEASE_SERVICE_URL,
-                  test_up = INFORMATION_API_TEST_UPLOAD_URL;
+                  test_up = INFORMATION_API_TEST_UPLOAD_URL,
+                  release_id = QString(" ") + release_app_id + " ",
+                  test_id = QString(" ") + test_app_id + " ";
+    // clang-format off
     const struct {
         QVariantMap settings;
-        const char* url_config;  // upload_url of ./url_config.ini, or none
-        QStringList upload_urls, file_urls;
+        const char* url_config;              // upload_url of ./url_config.ini, or none
+        QStringList upload_urls, file_urls;  // the host's, release and test
         QString expected;  // switch, interval, connect time, address, app id, file address
     } rows[] = {
-        {{}, nullptr, {}, {}, "0 60 20 " + release + " " + release_app_id + " " + test_up},
-        {{{"enable", 1}, {"time_intval", 15}, {"connect_time", 7}},
-         "https://r/file",
-         {},
-         {"https://r/files", "https://t/f"},
-         QString("1 15 7 https://r/file ") + release_app_id + " https://r/files"},
-        {{},
-         "https://r/file",
-         {"https://r/set", "https://t/info"},
-         {"", "https://t/f"},
-         QString("0 60 20 https://r/set ") + release_app_id + " " + test_up},
-        {{{"test", 1}},
-         "https://r/file",
-         {"https://r/set", "https://t/info"},
-         {"https://r/files", "https://t/f"},
-         QString("0 60 20 https://t/info ") + test_app_id + " https://t/f"},
-        {{{"test", 1}},
-         nullptr,
-         {"https://r/set", ""},
-         {"https://r/files", ""},
-         QString("0 60 20  ") + test_app_id + " " + test_up},
-    };
+        {{}, nullptr, {}, {}, "0 60 20 " + release + release_id + test_up},
+        {{{"enable", 1}, {"time_intval", 15}, {"connect_time", 7}}, "https://r/file", {},
+         {"https://r/files", "https://t/f"}, "1 15 7 https://r/file" + release_id + "https://r/files"},
+        {{}, "https://r/file", {"https://r/set", "https://t/info"}, {"", "https://t/f"},
+         "0 60 20 https://r/set" + release_id + test_up},
+        {{{"test", 1}}, "https://r/file", {"https://r/set", "https://t/info"},
+         {"https://r/files", "https://t/f"}, "0 60 20 https://t/info" + test_id + "https://t/f"},
+        {{{"test", 1}}, nullptr, {"https://r/set", ""}, {"https://r/files", ""},
+         "0 60 20 " + test_id + test_up}};
+    // clang-format on
     for (const auto& row : rows) {
         QFile::remove("url_config.ini");
         if (row.url_config)
@@ -208,33 +170,24 @@ TEST_F(store_test, settings_give_the_upload_configuration) {
         manager_->get_upload_config(enable, interval, address, app_id);
         manager_->get_file_upload_url(file_url);
         manager_->get_cdn_url(cdn_url);
-        EXPECT_EQ(
-            QStringList({QString::number(enable), QString::number(interval),
-                         QString::number(manager_->get_connect_time()), address, app_id, file_url})
-                .join(' '),
-            row.expected);
+        EXPECT_EQ(QString::asprintf("%d %d %d ", enable, interval, manager_->get_connect_time()) +
+                      QStringList({address, app_id, file_url}).join(' '),
+                  row.expected);
         EXPECT_EQ(cdn_url, INFORMATION_API_CDN_URL) << "in both modes";
     }
-    EXPECT_TRUE(release.endsWith("/dtta") && test_up.endsWith("/up"));
     EXPECT_TRUE(logs_.contains("get_upload_config _release_url= \"https://r/set\""));
 }
 
 TEST_F(store_test, url_config_is_read_again_only_while_its_address_is_empty) {
-    const auto address = [&] {
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""}, {"https://r/first", "https://r/first"}, {"https://r/second", "https://r/first"}};
+    for (const auto& [url_config, expected] : rows) {
+        QSettings("./url_config.ini", QSettings::IniFormat).setValue("upload_url", url_config);
         int enable, interval;
         QString address, app_id;
         manager_->get_upload_config(enable, interval, address, app_id);
-        return address;
-    };
-    const auto configure = [](const char* url) {
-        QSettings("./url_config.ini", QSettings::IniFormat).setValue("upload_url", url);
-    };
-    configure("");
-    EXPECT_EQ(address(), "");
-    configure("https://r/first");
-    EXPECT_EQ(address(), "https://r/first");
-    configure("https://r/second");
-    EXPECT_EQ(address(), "https://r/first");
+        EXPECT_EQ(address, expected) << url_config;
+    }
     EXPECT_EQ(logs_.count("url_config.ini get_upload_config _release_url="), 2);
     EXPECT_TRUE(
         logs_.contains("url_config.ini get_upload_config _release_url= \"https://r/first\""));
@@ -244,7 +197,6 @@ TEST_F(store_test, a_session_starts_unless_the_application_is_the_uploader) {
     EXPECT_TRUE(QFileInfo("keploinfo").isDir());
     EXPECT_TRUE(manager_->start_time.isNull() && manager_->start_on.isEmpty());
     EXPECT_TRUE(manager_->cpu_cores.isEmpty() && manager_->resolution.isEmpty());
-    EXPECT_EQ(manager_->software_name, "keplo-express-software");
     EXPECT_EQ(manager_->enable_guide, 0);
     for (const char* name : {"scanner", "Information_Uploader", "information_uploader2", ""}) {
         QCoreApplication::setApplicationName(name);
@@ -264,18 +216,14 @@ TEST_F(store_test, a_session_starts_unless_the_application_is_the_uploader) {
 
 TEST_F(store_test, set_ple_file_cuts_between_the_last_dash_and_the_suffix) {
     // Kept as given: no dash, the dash right before or first, a dash after.
+    // clang-format off
     const std::pair<const char*, const char*> rows[] = {
-        {"C:/ple/x-abc123R550.ple", "C:/ple/x-R550.ple"},
-        {"x-abc123r550.PLE", "x-r550.PLE"},
-        {"a-1R550.ple/b-c-2R550.ple", "a-1R550.ple/b-c-R550.ple"},
-        {"x-2R550.ple", "x-R550.ple"},
-        {"R550.ple", "R550.ple"},
-        {"abc123R550.ple", "abc123R550.ple"},
-        {"x-R550.ple", "x-R550.ple"},
-        {"-abcR550.ple", "-abcR550.ple"},
-        {"x-abcR550.ple-2", "x-abcR550.ple-2"},
-        {"x-abc.ple", "x-abc.ple"},
-        {"", ""}};
+        {"C:/ple/x-abc123R550.ple", "C:/ple/x-R550.ple"}, {"x-abc123r550.PLE", "x-r550.PLE"},
+        {"a-1R550.ple/b-c-2R550.ple", "a-1R550.ple/b-c-R550.ple"}, {"x-2R550.ple", "x-R550.ple"},
+        {"abc123R550.ple", "abc123R550.ple"}, {"x-R550.ple", "x-R550.ple"},
+        {"-abcR550.ple", "-abcR550.ple"}, {"x-abcR550.ple-2", "x-abcR550.ple-2"},
+        {"x-abc.ple", "x-abc.ple"}, {"", ""}};
+    // clang-format on
     for (const auto& [path, cut] : rows) {
         manager_->set_ple_file(path);
         EXPECT_EQ(manager_->module_file, cut) << path;
