@@ -9,6 +9,14 @@
 namespace test_support {
 namespace {
 
+// Bytes of every value in no repeating period, for a byte-exact transfer.
+QByteArray sample_bytes(int size) {
+    QByteArray bytes(size, '\0');
+    quint32 x = 2463534242u;
+    for (char& byte : bytes) x ^= x << 13, x ^= x >> 17, x ^= x << 5, byte = char(x);
+    return bytes;
+}
+
 class download_test : public library_host {
 protected:
     bool wait_for_received(qint64 size) const {
@@ -122,7 +130,7 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     EXPECT_TRUE(logs_.contains("networkError= ConnectionRefusedError"));
     EXPECT_TRUE(logs_.contains("reply_->error()= ContentNotFoundError"));
     pump_events_for(300);
-    EXPECT_EQ(sink_.calls().size(), sink_.count(kind::progress)) << "a failure is only logged";
+    EXPECT_EQ(sink_.count(kind::finished), 0u) << "a failure is only logged";
     EXPECT_FALSE(QFile::exists(target));
     EXPECT_EQ(read_all(temp), "not here");
 

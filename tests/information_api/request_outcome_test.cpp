@@ -161,7 +161,7 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
         }
     }
     if (c.with == setup::missing_file || c.status == unreachable)
-        EXPECT_EQ(server_.request_count(), 0u);
+        EXPECT_EQ(server_.requests().size(), 0u);
     else if (c.with != setup::endless_answer && server_.wait_for_requests(1))
         expect_on_the_wire(c.kind, server_.requests().at(0), c.with == setup::empty_file);
 }
@@ -300,12 +300,12 @@ TEST_F(library_host, silence_reports_time_outs_until_the_late_answer) {
     api::upload_file(server_.url("/up"), "report.zip", "app", "", &sink_, 32, 300);
     api::get_url_json_file(server_.url("/cdn"), "x", &sink_, 33, 300);
 
-    ASSERT_TRUE(wait_for_responses_for(31, 2) && wait_for_responses_for(33, 2));
-    EXPECT_TRUE(responses_for(32).empty());
+    ASSERT_TRUE(sink_.wait_for_responses(2, 31) && sink_.wait_for_responses(2, 33));
+    EXPECT_TRUE(sink_.responses(32).empty());
     EXPECT_GE(logs_.count("net connect time out"), 4);
     server_.release_silent();
     const auto settled = [&](int id) {
-        const auto all = responses_for(id);
+        const auto all = sink_.responses(id);
         return !all.empty() && all.back().info.state == 0;
     };
     ASSERT_TRUE(wait_until([&] { return settled(31) && settled(32) && settled(33); }));
@@ -313,7 +313,7 @@ TEST_F(library_host, silence_reports_time_outs_until_the_late_answer) {
     pump_events_for(700);
     EXPECT_EQ(sink_.responses().size(), total) << "the watchdog stops with the answer";
     for (int id : {31, 33}) {
-        auto reports = responses_for(id);
+        auto reports = sink_.responses(id);
         reports.pop_back();
         for (const call& r : reports) {
             EXPECT_EQ(r.connection_id, id);
@@ -411,18 +411,18 @@ TEST_F(library_host, https_reaches_a_self_signed_server_unless_verification_is_a
                                 ++id, 5000);
         api::get_url_json_file(server.url(), "x", &sink_, ++id, 5000);
         for (const int wanted : {id - 1, id}) {
-            ASSERT_TRUE(wait_for_responses_for(wanted, 1)) << row.scheme << row.verify;
-            const api::response_info_t info = responses_for(wanted)[0].info;
+            ASSERT_TRUE(sink_.wait_for_responses(1, wanted)) << row.scheme << row.verify;
+            const api::response_info_t info = sink_.responses(wanted)[0].info;
             EXPECT_EQ(info.ok, row.accepted) << wanted << ": " << info.error_string.toStdString();
             EXPECT_EQ(info.net_error, row.accepted ? 0 : QNetworkReply::SslHandshakeFailedError);
         }
     }
     // A blank before the scheme is no address at all: refused before any TLS.
     api::upload_information(" " + url, "{}", "a", "usage", &sink_, 99, 5000);
-    ASSERT_TRUE(wait_for_responses_for(99, 1));
-    EXPECT_EQ(responses_for(99)[0].info.state, 7);
-    EXPECT_EQ(server.request_count(), 2 * std::count_if(std::begin(rows), std::end(rows),
-                                                        [](auto& r) { return r.accepted; }));
+    ASSERT_TRUE(sink_.wait_for_responses(1, 99));
+    EXPECT_EQ(sink_.responses(99)[0].info.state, 7);
+    EXPECT_EQ(server.requests().size(), 2 * std::count_if(std::begin(rows), std::end(rows),
+                                                          [](auto& r) { return r.accepted; }));
 }
 
 TEST(tls_rule, only_an_https_scheme_at_the_very_start_relaxes_verification) {
