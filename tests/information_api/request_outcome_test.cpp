@@ -20,8 +20,7 @@ enum class request { information, file, descriptor };
 // One on_response call. error_string nullptr: the transport's own text.
 struct report {
     bool ok;
-    int state;
-    int net_error;
+    int state, net_error;
     const char* error_string;
     const char* result;
 };
@@ -110,13 +109,6 @@ protected:
         return {};
     }
 
-    std::string expanded(std::string line, const QString& url) const {
-        for (const auto& [key, value] : {std::pair{"{url}", url}, std::pair{"{file}", file_}})
-            if (auto at = line.find(key); at != std::string::npos)
-                line.replace(at, std::string(key).size(), value.toStdString());
-        return line;
-    }
-
     QString file_;
 };
 
@@ -124,7 +116,11 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
     const outcome_case& c = GetParam();
     const QString url = start(c);
     std::vector<std::string> lines;
-    for (const std::string& line : c.log_lines) lines.push_back(expanded(line, url));
+    for (const std::string& line : c.log_lines)
+        lines.push_back(QString::fromStdString(line)
+                            .replace("{url}", url)
+                            .replace("{file}", file_)
+                            .toStdString());
 
     ASSERT_TRUE(sink_.wait_for_responses(c.reports.size()));
     ASSERT_TRUE(wait_until([&] {
@@ -140,28 +136,24 @@ TEST_P(request_outcome, reaches_the_host_with_its_codes_and_logs_its_path) {
         const call& r = responses[i];
         const report& expected = c.reports[i];
         SCOPED_TRACE("report " + std::to_string(i));
-        EXPECT_EQ(r.connection_id, 21);
-        EXPECT_EQ(r.thread, worker());
-        EXPECT_TRUE(r.has_info);
-        EXPECT_EQ(r.info.ok, expected.ok);
-        EXPECT_EQ(r.info.state, expected.state);
-        EXPECT_EQ(r.info.net_error, expected.net_error);
-        if (expected.error_string) {
-            EXPECT_EQ(r.info.error_string.toStdString(), expected.error_string);
-        } else {
-            EXPECT_FALSE(r.info.error_string.isEmpty()) << "the transport's text passes through";
-        }
-        EXPECT_EQ(r.info.result.toStdString(), expected.result);
+        // error_string nullptr: the transport's own text, which is never empty.
+        const std::string error = r.info.error_string.toStdString();
+        EXPECT_EQ(
+            std::make_tuple(r.connection_id, r.thread, r.has_info, r.info.ok, r.info.state,
+                            r.info.net_error, r.info.result.toStdString(), error, error.empty()),
+            std::make_tuple(21, worker(), true, expected.ok, expected.state, expected.net_error,
+                            std::string(expected.result),
+                            expected.error_string ? std::string(expected.error_string) : error,
+                            expected.error_string && !*expected.error_string));
         // Only an accepted body is parsed here: Qt's parser leaks on some refused ones.
-        if (c.kind == request::descriptor && expected.ok) {
-            EXPECT_EQ(r.info.content.toJsonDocument(),
-                      QJsonDocument::fromJson(QByteArray::fromStdString(c.body)));
-        } else {
-            EXPECT_FALSE(r.info.content.isValid());
-        }
+        const bool parsed = c.kind == request::descriptor && expected.ok;
+        EXPECT_EQ(r.info.content.isValid(), parsed);
+        EXPECT_EQ(
+            r.info.content.toJsonDocument(),
+            parsed ? QJsonDocument::fromJson(QByteArray::fromStdString(c.body)) : QJsonDocument());
     }
     if (c.with == setup::missing_file || c.status == unreachable)
-        EXPECT_EQ(server_.request_count(), 0u);
+        EXPECT_TRUE(server_.requests().empty());
     else if (c.with != setup::endless_answer && server_.wait_for_requests(1))
         expect_on_the_wire(c.kind, server_.requests().at(0), c.with == setup::empty_file);
 }
@@ -246,13 +238,12 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
         setup::missing_file},
     outcome_case{"file_null_sink", request::file, 200, success, {}, {"dfs_id="}, setup::null_sink},
     outcome_case{"file_empty", request::file, 200, success, {accepted}, {}, setup::empty_file},
-    outcome_case{"file_nested_too_deep", request::file, 200, too_deep, {rejected},
-        {"error: json parse exception: [[["}},
     outcome_case{"file_endless_answer", request::file, 200, "", {too_large}, {},
         setup::endless_answer},
     outcome_case{"descriptor_object", request::descriptor, 200, R"({"version":"3","n":[1]})",
         {accepted},
         {" get_url_json_file full_url={url}", "manager->post reply_=", "status_code=200",
+         R"({\"version\":\"3\",\"n\":[1]})",  // the debug stream's quote
          " json parse result : isEmpty=0isNull=0isArray=0",
          " json  pram   : isEmpty=0isNull=0isArray=0"}},
     outcome_case{"descriptor_array", request::descriptor, 200, "[1]", {accepted},
@@ -263,8 +254,6 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
          "error: failed response ", " json  pram   : isEmpty=1isNull=1isArray=0"}},
     outcome_case{"descriptor_empty_object", request::descriptor, 200, "{}", {accepted},
         {" json parse result : isEmpty=0isNull=0isArray=0"}},
-    outcome_case{"descriptor_empty_body", request::descriptor, 200, "", {rejected},
-        {"error: json parse error : isEmpty=1isNull=1"}},
     outcome_case{"descriptor_http_error", request::descriptor, 404, "{}",
         {{false, 7, QNetworkReply::ContentNotFoundError, "", ""},
          {false, 7, QNetworkReply::ContentNotFoundError, nullptr, ""}}, {"error203"}},
@@ -279,6 +268,8 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
     // Qt's parser would lose the memory of a container whose name repeats.
     outcome_case{"descriptor_repeating_a_container_name", request::descriptor, 200,
         R"({"a":{"b":1},"a":1})", {rejected}, {"error: json parse error : isEmpty=1isNull=1"}},
+    outcome_case{"descriptor_repeating_a_container_name_escaped", request::descriptor, 200,
+        R"({"\ud83d\ude00":{"b":1},"😀":"x"})", {rejected}, {}},
     outcome_case{"descriptor_repeating_a_scalar_name", request::descriptor, 200,
         R"({"a":1,"a":{"b":2}})", {accepted}, {}},
     outcome_case{"descriptor_endless_answer", request::descriptor, 200, "",
@@ -300,12 +291,12 @@ TEST_F(library_host, silence_reports_time_outs_until_the_late_answer) {
     api::upload_file(server_.url("/up"), "report.zip", "app", "", &sink_, 32, 300);
     api::get_url_json_file(server_.url("/cdn"), "x", &sink_, 33, 300);
 
-    ASSERT_TRUE(wait_for_responses_for(31, 2) && wait_for_responses_for(33, 2));
-    EXPECT_TRUE(responses_for(32).empty());
+    ASSERT_TRUE(sink_.wait_for_responses(2, 31) && sink_.wait_for_responses(2, 33));
+    EXPECT_TRUE(sink_.responses(32).empty());
     EXPECT_GE(logs_.count("net connect time out"), 4);
     server_.release_silent();
     const auto settled = [&](int id) {
-        const auto all = responses_for(id);
+        const auto all = sink_.responses(id);
         return !all.empty() && all.back().info.state == 0;
     };
     ASSERT_TRUE(wait_until([&] { return settled(31) && settled(32) && settled(33); }));
@@ -313,16 +304,12 @@ TEST_F(library_host, silence_reports_time_outs_until_the_late_answer) {
     pump_events_for(700);
     EXPECT_EQ(sink_.responses().size(), total) << "the watchdog stops with the answer";
     for (int id : {31, 33}) {
-        auto reports = responses_for(id);
+        auto reports = sink_.responses(id);
         reports.pop_back();
-        for (const call& r : reports) {
-            EXPECT_EQ(r.connection_id, id);
-            EXPECT_EQ(r.thread, worker());
-            EXPECT_FALSE(r.info.ok);
-            EXPECT_EQ(r.info.state, 6);
-            EXPECT_EQ(r.info.net_error, -1);
-            EXPECT_EQ(r.info.error_string, "timeout");
-        }
+        for (const call& r : reports)
+            EXPECT_EQ(std::make_tuple(r.thread, r.info.ok, r.info.state, r.info.net_error,
+                                      r.info.error_string.toStdString()),
+                      std::make_tuple(worker(), false, 6, -1, std::string("timeout")));
     }
 }
 
@@ -349,17 +336,15 @@ TEST_F(library_host, parameters_and_headers_as_the_connector_applies_them) {
     http_connector* params = registered_connector(5, &sink_);
     params->send_request("/base", "{}", {{"b", "2"}, {"a", "1"}}, 5000, "sub", true, {},
                          server_.url().toStdString());
-    params->moveToThread(worker());
     http_connector* post = registered_connector(6, &sink_);
     post->send_request("/base", "{}", {{"type", "t"}}, 5000, "sub", true, headers,
                        server_.url().toStdString());
-    post->moveToThread(worker());
     http_connector* upload = registered_connector(7, &sink_);
     EXPECT_EQ(upload->send_multipart_request("?category=feedback&bucket=pub", "header.bin", {},
                                              {{"X-Trace-Id", "t-1"}, {"X-Auth-AppID", "app-h"}},
                                              5000, server_.url("/up")),
               0);
-    upload->moveToThread(worker());
+    for (http_connector* connector : {params, post, upload}) connector->moveToThread(worker());
 
     ASSERT_TRUE(server_.wait_for_requests(3));
     std::map<std::string, received_request> by_target;
@@ -396,10 +381,8 @@ TEST_F(library_host, https_reaches_a_self_signed_server_unless_verification_is_a
         bool accepted;
     } rows[] = {{nullptr, false, "https", !verified_build},
                 {"0", false, "HTTPS", true},
-                {"0", false, "Https", true},
-                {"1", false, "https", false},
-                {"1", true, "https", true},
                 {"yes", false, "https", false},
+                {"1", true, "https", true},
                 {nullptr, true, "https", true}};
     int id = 0;
     for (const auto& row : rows) {
@@ -411,27 +394,25 @@ TEST_F(library_host, https_reaches_a_self_signed_server_unless_verification_is_a
                                 ++id, 5000);
         api::get_url_json_file(server.url(), "x", &sink_, ++id, 5000);
         for (const int wanted : {id - 1, id}) {
-            ASSERT_TRUE(wait_for_responses_for(wanted, 1)) << row.scheme << row.verify;
-            const api::response_info_t info = responses_for(wanted)[0].info;
+            ASSERT_TRUE(sink_.wait_for_responses(1, wanted)) << row.scheme << row.verify;
+            const api::response_info_t info = sink_.responses(wanted)[0].info;
             EXPECT_EQ(info.ok, row.accepted) << wanted << ": " << info.error_string.toStdString();
             EXPECT_EQ(info.net_error, row.accepted ? 0 : QNetworkReply::SslHandshakeFailedError);
         }
     }
     // A blank before the scheme is no address at all: refused before any TLS.
     api::upload_information(" " + url, "{}", "a", "usage", &sink_, 99, 5000);
-    ASSERT_TRUE(wait_for_responses_for(99, 1));
-    EXPECT_EQ(responses_for(99)[0].info.state, 7);
-    EXPECT_EQ(server.request_count(), 2 * std::count_if(std::begin(rows), std::end(rows),
-                                                        [](auto& r) { return r.accepted; }));
+    ASSERT_TRUE(sink_.wait_for_responses(1, 99));
+    EXPECT_EQ(sink_.responses(99)[0].info.state, 7);
+    EXPECT_EQ(server.requests().size(), 2 * std::count_if(std::begin(rows), std::end(rows),
+                                                          [](auto& r) { return r.accepted; }));
 }
 
 TEST(tls_rule, only_an_https_scheme_at_the_very_start_relaxes_verification) {
-    using TarvoConsumerScanner::information_api::relax_tls_for_https_url;
+    using namespace TarvoConsumerScanner::information_api;
     const QSslConfiguration defaults = QNetworkRequest().sslConfiguration();
-    const std::pair<const char*, bool> cases[] = {{"https://h/x", true},   {"HTTPS://h/x", true},
-                                                  {"hTtPs://h/x", true},   {" https://h/x", false},
-                                                  {"https ://h/x", false}, {"http://h/x", false},
-                                                  {"xhttps://h/x", false}};
+    const std::pair<const char*, bool> cases[] = {
+        {"https://h", true}, {"hTtPs://h", true}, {" https://h", false}, {"https ://h", false}};
     for (const auto& [url, relaxed] : cases) {
         QNetworkRequest request((QUrl(url)));
         relax_tls_for_https_url(request, url);
@@ -441,6 +422,9 @@ TEST(tls_rule, only_an_https_scheme_at_the_very_start_relaxes_verification) {
             << url;
         EXPECT_EQ(config.protocol(), relaxed ? QSsl::TlsV1_2 : defaults.protocol()) << url;
     }
+    QNetworkRequest any_address;  // as the GET, multipart and download requests have it
+    relax_tls(any_address);
+    EXPECT_EQ(any_address.sslConfiguration().protocol(), QSsl::TlsV1_2);
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
-#include <string>
-#include <vector>
 
 #include "event_wait.h"
 #include "information_api/information_api.h"
@@ -39,28 +37,6 @@ protected:
     // A closed loopback port: stands for an unreachable host.
     static QString unreachable_url(const QString& path) {
         return QString("http://127.0.0.1:%1%2").arg(closed_port()).arg(path);
-    }
-
-    std::vector<call> responses_for(int connection_id) const {
-        std::vector<call> selected;
-        for (const call& r : sink_.responses())
-            if (r.connection_id == connection_id) selected.push_back(r);
-        return selected;
-    }
-
-    bool wait_for_responses_for(int connection_id, std::size_t n) const {
-        return wait_until([&] { return responses_for(connection_id).size() >= n; });
-    }
-
-    // Bytes that exercise a byte-exact transfer: every byte value, CR LF
-    // pairs and boundary-like dashes, in no repeating period.
-    static QByteArray sample_bytes(int size) {
-        QByteArray bytes("\r\n--boundary\r\n\0--\r\n", 19);
-        for (quint32 x = 2463534242u; bytes.size() < size;) {
-            x ^= x << 13, x ^= x >> 17, x ^= x << 5;
-            bytes.append(static_cast<char>(x));
-        }
-        return bytes.left(size);
     }
 
     static QByteArray read_all(const QString& path) {

@@ -1,31 +1,29 @@
 #include "local_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+#include <QProcess>
+#include <QTcpServer>
 #include <chrono>
 #include <stdexcept>
 
-#include "event_wait.h"
-
 namespace test_support {
 
-std::string received_request::header(const std::string& name) const {
-    auto it = headers.find(name);
-    return it == headers.end() ? std::string() : it->second;
+tls_files make_self_signed_certificate(const std::string& folder) {
+    tls_files files{folder + "/server.crt", folder + "/server.key"};
+    QProcess openssl;
+    openssl.start(
+        "openssl",
+        {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days",
+         "1", "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+         QString::fromStdString(files.key), "-out", QString::fromStdString(files.certificate)});
+    if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0)
+        throw std::runtime_error("openssl could not make a certificate: " +
+                                 openssl.readAllStandardError().toStdString());
+    return files;
 }
-
-local_server::local_server() : server_(new httplib::Server) {}
 
 local_server::local_server(const tls_files& tls)
     : server_(new httplib::SSLServer(tls.certificate.c_str(), tls.key.c_str())), tls_(true) {
     if (!server_->is_valid()) throw std::runtime_error("TLS server could not load its certificate");
-}
-
-local_server::~local_server() {
-    stop();
 }
 
 void local_server::start() {
@@ -34,8 +32,10 @@ void local_server::start() {
     server_->new_task_queue = [] { return new httplib::ThreadPool(48); };
     // The logger sees every request, also those the server rejects before
     // routing (its parser refuses some query texts with 400).
-    server_->set_logger(
-        [this](const httplib::Request& req, const httplib::Response&) { record(req); });
+    server_->set_logger([this](const httplib::Request& req, const httplib::Response&) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        requests_.push_back({req.method, req.target, req.headers, req.body, req.files});
+    });
     port_ = server_->bind_to_any_port("127.0.0.1");
     if (port_ <= 0) throw std::runtime_error("local server could not bind to 127.0.0.1");
     thread_ = std::thread([this] { server_->listen_after_bind(); });
@@ -52,29 +52,8 @@ void local_server::stop() {
 }
 
 QString local_server::url(const std::string& path) const {
-    return QString("%1://127.0.0.1:%2%3")
-        .arg(tls_ ? "https" : "http")
-        .arg(port_)
-        .arg(QString::fromStdString(path));
-}
-
-void local_server::record(const httplib::Request& req) {
-    received_request r{req.method, req.path, req.target, req.headers, req.body, req.files};
-    std::lock_guard<std::mutex> lock(mutex_);
-    requests_.push_back(std::move(r));
-}
-
-void local_server::on_get(const std::string& pattern, handler h) {
-    server_->Get(pattern, h);
-}
-
-void local_server::on_post(const std::string& pattern, handler h) {
-    server_->Post(pattern, h);
-}
-
-void local_server::on_any(const std::string& pattern, const handler& h) {
-    on_get(pattern, h);
-    on_post(pattern, h);
+    return QString("%1://127.0.0.1:%2").arg(tls_ ? "https" : "http").arg(port_) +
+           QString::fromStdString(path);
 }
 
 void local_server::answer(const std::string& pattern, const std::string& body,
@@ -94,10 +73,8 @@ void local_server::answer_silently(const std::string& pattern, const std::string
 }
 
 void local_server::release_silent() {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        silent_released_ = true;
-    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    silent_released_ = true;
     silent_cv_.notify_all();
 }
 
@@ -140,32 +117,10 @@ void local_server::answer_endlessly(const std::string& pattern) {
     });
 }
 
-std::vector<received_request> local_server::requests() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
-}
-
-std::size_t local_server::request_count() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_.size();
-}
-
-bool local_server::wait_for_requests(std::size_t n, int timeout_ms) const {
-    return wait_until([&] { return request_count() >= n; }, timeout_ms);
-}
-
 int closed_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    socklen_t len = sizeof addr;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-        throw std::runtime_error("no free loopback port");
-    ::close(fd);  // bound but never listened on: connections are refused
-    return ntohs(addr.sin_port);
+    QTcpServer probe;  // closed again on return: connections are refused
+    if (!probe.listen(QHostAddress::LocalHost)) throw std::runtime_error("no free loopback port");
+    return probe.serverPort();
 }
 
 }  // namespace test_support

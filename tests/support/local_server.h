@@ -11,18 +11,22 @@
 #include <thread>
 #include <vector>
 
+#include "event_wait.h"
+
 namespace test_support {
 
 // What a local server received, as its own parser saw it.
 struct received_request {
     std::string method;
-    std::string path;
     std::string target;  // path and query as sent
     httplib::Headers headers;
     std::string body;
     httplib::MultipartFormDataMap files;
 
-    std::string header(const std::string& name) const;
+    std::string header(const std::string& name) const {
+        auto it = headers.find(name);
+        return it == headers.end() ? std::string() : it->second;
+    }
 };
 
 // Paths of a self-signed certificate and its key, made for 127.0.0.1.
@@ -40,11 +44,9 @@ class local_server {
 public:
     using handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-    local_server();
+    local_server() : server_(new httplib::Server) {}
     explicit local_server(const tls_files& tls);
-    ~local_server();
-    local_server(const local_server&) = delete;
-    local_server& operator=(const local_server&) = delete;
+    ~local_server() { stop(); }
 
     void start();
     void stop();
@@ -53,8 +55,8 @@ public:
     // "http://127.0.0.1:<port>" (or https) followed by path.
     QString url(const std::string& path = "") const;
 
-    void on_get(const std::string& pattern, handler h);
-    void on_post(const std::string& pattern, handler h);
+    void on_get(const std::string& pattern, handler h) { server_->Get(pattern, h); }
+    void on_post(const std::string& pattern, handler h) { server_->Post(pattern, h); }
 
     // Canned answers, for GET and POST alike.
     void answer_json(const std::string& pattern, const std::string& body, int status = 200) {
@@ -71,7 +73,6 @@ public:
     // transfer that ends sooner would show only the closing report.
     void answer_chunked(const std::string& pattern, std::string content, std::size_t chunk_size,
                         int pause_ms);
-
     // Announces content's full length but sends only its first sent_bytes,
     // then drops the connection.
     void answer_truncated(const std::string& pattern, std::string content, std::size_t sent_bytes);
@@ -79,13 +80,18 @@ public:
     void answer_endlessly(const std::string& pattern);
 
     // Requests are recorded once they have been answered.
-    std::vector<received_request> requests() const;
-    std::size_t request_count() const;
-    bool wait_for_requests(std::size_t n, int timeout_ms = 10000) const;
+    std::vector<received_request> requests() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return requests_;
+    }
+    bool wait_for_requests(std::size_t n, int timeout_ms = 10000) const {
+        return wait_until([&] { return requests().size() >= n; }, timeout_ms);
+    }
 
 private:
-    void on_any(const std::string& pattern, const handler& h);
-    void record(const httplib::Request& req);
+    void on_any(const std::string& pattern, const handler& h) {
+        on_get(pattern, h), on_post(pattern, h);
+    }
 
     std::unique_ptr<httplib::Server> server_;
     bool tls_ = false;
