@@ -171,12 +171,15 @@ std::string padded_success(std::size_t size) {
     return head + std::string(size - head.size() - tail.size(), ' ') + tail;
 }
 
-// How the debug stream quotes a long answer: its first 64 KiB, escaped.
-std::string quoted_start_of(const std::string& answer) {
+// How the debug stream quotes an answer: a long one by its first 64 KiB.
+std::string escaped(const std::string& text) {
     std::string quoted;
-    for (const char c : answer.substr(0, 64 * 1024))
-        quoted += c == '"' ? "\\\"" : std::string(1, c);
-    return quoted + "... (" + std::to_string(answer.size()) + " bytes)";
+    for (const char c : text) quoted += c == '"' ? "\\\"" : std::string(1, c);
+    return quoted;
+}
+std::string quoted_start_of(const std::string& answer) {
+    return escaped(answer.substr(0, 64 * 1024)) + "... (" + std::to_string(answer.size()) +
+           " bytes)";
 }
 
 std::string nested(std::size_t depth) {
@@ -221,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(rows, request_outcome, ::testing::Values(
          "TarvoConsumerScanner::information_api::upload_file url_post :  "
          "?category=feedback&bucket=pub"}},
     outcome_case{"file_success_without_id", request::file, 200, success, {accepted},
-        {"upload_file_handler" + success, "dfs_id="}},
+        {"upload_file_handler" + success, "dfs_id=", '"' + escaped(success) + '"'}},
     outcome_case{"file_rejected", request::file, 200,
         R"({"status":"failed","result":{"dfs_id":"abc"}})", {rejected},
         {"err_info=failed", "error: failed response "}},

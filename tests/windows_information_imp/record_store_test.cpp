@@ -123,6 +123,8 @@ TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
         {"[General]\ndata=@ByteArray({\\\"a\\\":1})\ntype=usage\n", true},
         {"[General]\r\ndata=\"@ByteArray({\\\"a\\\": 1, \\\"b\\\": 2})\"\r\ntype=score\r\n", true},
         {"type=\"a&type=b\"\n", true},
+        {"type=\"\"\n", true},
+        {"type=\"\n", false},
         {"data=@ByteArray(x), @Rect(1 2 3 4)\n", false},  // a list: each element is obeyed
         {"data=\"@Rect(1 2 3 4)\"\n", false},
         {"data=\"@ByteArray(x)\", \"@Rect(1 2 3 4)\"\n", false},
