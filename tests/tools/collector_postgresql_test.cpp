@@ -11,8 +11,7 @@ using namespace collector_test;
 // information_uploader sending the records of a host's working folder: count
 // of them, last written a minute ago, when count is given.
 tool_test::running_tool upload(const QString& host, const collector_process& to, int count = 0) {
-    tool_test::write_text(host + "/res/system.ini",
-                          "[General]\nenable=1\nconnect_time=10\ntime_intval=60\ntest=1\n");
+    tool_test::write_system_ini(host, 1, 10, 60, 1);
     for (int i = 0; i < count; ++i)
         tool_test::write_record(QString("%1/keploinfo/r%2.info2").arg(host).arg(i),
                                 QString(R"({"record":"%1-%2"})").arg(host).arg(i).toUtf8(), "usage",

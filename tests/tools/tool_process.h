@@ -122,4 +122,17 @@ inline void write_text(const QString& path, const QByteArray& text) {
         throw std::runtime_error("cannot write " + path.toStdString());
 }
 
+// A host's res/system.ini in folder: the switch, time-outs and schedule that the
+// library's manager reads.
+inline void write_system_ini(const QString& folder, int enable, int connect_time, int interval = 60,
+                             int test = 0) {
+    write_text(folder + "/res/system.ini",
+               QString("[General]\nenable=%1\nconnect_time=%2\ntime_intval=%3\ntest=%4\n")
+                   .arg(enable)
+                   .arg(connect_time)
+                   .arg(interval)
+                   .arg(test)
+                   .toUtf8());
+}
+
 }  // namespace tool_test

@@ -54,7 +54,7 @@ TEST_F(uploader_download, path_is_replaced_only_by_a_whole_verified_file) {
     // With a CA file each connection builds its trust store from the whole system store:
     // about 0.1 s, but seconds under the sanitizer's full-stack allocation tracking.
     const QString patient = host + "-patient";
-    tool_test::write_text(patient + "/res/system.ini", "[General]\nenable=1\nconnect_time=60\n");
+    tool_test::write_system_ini(patient, 1, 60);
 
     const QStringList checked{"--sha256", sha, "--size", size};
     const QString exe = plain.url("/setup.exe"), tls_exe = secure.url("/setup.exe");

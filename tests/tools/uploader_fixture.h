@@ -19,9 +19,7 @@ protected:
     void configure(int enable, int connect_time, const QString& address, int interval = 60,
                    int test = 0) {
         QDir(host).removeRecursively();
-        const QString ini = "[General]\nenable=%1\nconnect_time=%2\ntime_intval=%3\ntest=%4\n";
-        tool_test::write_text(host + "/res/system.ini",
-                              ini.arg(enable).arg(connect_time).arg(interval).arg(test).toUtf8());
+        tool_test::write_system_ini(host, enable, connect_time, interval, test);
         tool_test::write_text(host + "/url_config.ini",
                               "[General]\nupload_url=" + address.toUtf8());
     }
