@@ -19,10 +19,8 @@ trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
 
 # What Wine must report about this machine.
 cores="$(getconf _NPROCESSORS_ONLN)"
-processor="$(sed -n 's/^model name[[:space:]]*:[[:space:]]*//p' /proc/cpuinfo | head -n 1 | sed 's/[[:space:]]*$//')"
 folder="Z:$(dirname "$check")"
 machine=(install_path="$folder" cpu_cores="$cores")
-[ -n "$processor" ] && machine+=(cpu_model="AMD64;$processor")
 
 # Checks the program's key=value lines: each expectation given exactly, and
 # the forms every machine must give.
@@ -77,6 +75,13 @@ choose_browser() {
 
 started=$SECONDS
 choose_browser http
+# Wine names the processor from its CPUID brand string, which need not be
+# /proc/cpuinfo's model name (a virtual machine's often differs): expect what
+# the prefix's registry holds, now that the first command has made it.
+processor="$("$wine" reg query 'HKLM\HARDWARE\DESCRIPTION\System\CentralProcessor\0' \
+    /v ProcessorNameString 2>/dev/null | tr -d '\r' |
+    sed -n 's/^[[:space:]]*ProcessorNameString[[:space:]]\+REG_SZ[[:space:]]\+//p')"
+[ -n "$processor" ] && machine+=(cpu_model="AMD64;$processor")
 run default C.UTF-8 'os_name=[Windows7 64]' os_name_result=1 modern_os=1 language=1033
 echo "(prefix ready and first run done in $((SECONDS - started)) s)"
 run win10 zh_CN.UTF-8 'os_name=[Windows10 64]' modern_os=1 language=2052
