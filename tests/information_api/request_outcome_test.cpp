@@ -349,10 +349,14 @@ TEST_F(library_host, parameters_and_headers_as_the_connector_applies_them) {
               0);
     for (http_connector* connector : {params, post, upload}) connector->moveToThread(worker());
 
-    ASSERT_TRUE(server_.wait_for_requests(3));
+    // The refused request's unread body reaches the server's parser as one
+    // more, empty, request: wait for the three targets, not a count.
     std::map<std::string, received_request> by_target;
-    for (const received_request& r : server_.requests()) by_target[r.target] = r;
-    EXPECT_EQ(by_target.count("/base/sub?a=1?b=2"), 1u);
+    ASSERT_TRUE(wait_until([&] {
+        for (const received_request& r : server_.requests()) by_target[r.target] = r;
+        return by_target.count("/base/sub?a=1?b=2") && by_target.count("/base/sub?type=t") &&
+               by_target.count("/up?category=feedback&bucket=pub");
+    }));
     EXPECT_EQ(by_target["/base/sub?type=t"].header("X-Auth-AppID"), "a9");
     EXPECT_EQ(by_target["/base/sub?type=t"].header("X-Extra"), "x");
     const received_request& multipart = by_target["/up?category=feedback&bucket=pub"];
