@@ -144,7 +144,11 @@ async function main() {
     await page.goto(`${collector.url}/`);
     const text = (selector) => page.locator(selector).first().textContent();
     const shows = (selector, wanted) => page.waitForFunction(
-      ([s, w]) => document.querySelector(s)?.textContent === w, [selector, wanted], { timeout: 15000 });
+      ([s, w]) => document.querySelector(s)?.textContent === w, [selector, wanted], { timeout: 15000 })
+      .catch(async (error) => {
+        const [shown, status] = await Promise.all([text(selector), text('#status')]);
+        throw new Error(`${selector} shows "${shown}", not "${wanted}" (status: ${status}): ${error.message}`);
+      });
 
     await check('the totals per type are those sent', async () => {
       await shows('#record-total', String(total));
