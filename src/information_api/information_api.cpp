@@ -1,6 +1,7 @@
 #include "information_api/information_api.h"
 
 #include <QAbstractEventDispatcher>
+#include <QCalendar>
 
 #include "http/http_connector.h"
 #include "library_state.h"
@@ -23,6 +24,10 @@ information_sink::~information_sink() = default;
 
 KeploInfoMgr* information_init() {
     library_state& s = state();
+    // Qt 5 fills its calendar registry on the first date formatted, without a
+    // lock; filled here, on the host's thread, a record's name or time cannot
+    // come out empty because another thread formats its first date meanwhile.
+    QCalendar();
     if (!s.worker) {
         s.worker = new api_thread();
         s.worker->start_thread();

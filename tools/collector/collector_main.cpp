@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <QCalendar>
 #include <QCoreApplication>
 #include <QDir>
 #include <atomic>
@@ -76,6 +77,10 @@ int main(int argc, char** argv) {
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName("information_collector");
+    // Qt 5 fills its calendar registry on the first date formatted, without a
+    // lock: request threads formatting their first times at once got empty
+    // texts. Filled here, before any of them starts.
+    QCalendar();
     collector_options options;
     const int parsed = parse_options(app.arguments(), options);
     if (parsed >= 0) return parsed;
