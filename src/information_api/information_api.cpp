@@ -25,8 +25,8 @@ information_sink::~information_sink() = default;
 KeploInfoMgr* information_init() {
     library_state& s = state();
     // Qt 5 fills its calendar registry on the first date formatted, without a
-    // lock; filled here, on the host's thread, a record's name or time cannot
-    // come out empty because another thread formats its first date meanwhile.
+    // lock, and threads racing there get empty dates. Filled here, on the
+    // host's thread, before the manager names or stamps any record.
     QCalendar();
     if (!s.worker) {
         s.worker = new api_thread();
