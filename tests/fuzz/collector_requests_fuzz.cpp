@@ -13,11 +13,11 @@
 #include <memory>
 #include <thread>
 
-#include "collector_database.h"
-#include "collector_server.h"
-#include "collector_service.h"
-#include "dashboard_queries.h"
-#include "dashboard_service.h"
+#include "storage/collector_database.h"
+#include "server/collector_server.h"
+#include "server/host_routes.h"
+#include "dashboard/dashboard_queries.h"
+#include "dashboard/dashboard_routes.h"
 #include "fuzz_support.h"
 
 namespace {
@@ -35,7 +35,7 @@ public:
         service_.install(*this);
         dashboard_.install(*this);
         set_logger([](const httplib::Request& req, const httplib::Response& res) {
-            if (!dashboard_service::is_routine(req, res)) collector_service::describe(req, res);
+            if (!dashboard_routes::is_routine(req, res)) host_routes::describe(req, res);
         });
     }
 
@@ -68,8 +68,8 @@ private:
 
     std::unique_ptr<collector_database> database_;
     dashboard_queries queries_;
-    collector_service service_;
-    dashboard_service dashboard_;
+    host_routes service_;
+    dashboard_routes dashboard_;
 };
 
 // What the collector stores grows with every input: both start again now and then.

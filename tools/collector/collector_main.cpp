@@ -15,11 +15,11 @@
 #include <mutex>
 #include <thread>
 
-#include "collector_database.h"
 #include "collector_options.h"
-#include "collector_server.h"
-#include "collector_service.h"
-#include "dashboard_service.h"
+#include "dashboard/dashboard_routes.h"
+#include "server/collector_server.h"
+#include "server/host_routes.h"
+#include "storage/collector_database.h"
 
 namespace {
 
@@ -110,17 +110,17 @@ int main(int argc, char** argv) {
                      .arg(options.cert, options.key, QString::fromStdString(tls_error)));
         return 1;
     }
-    collector_service service(options.config, *database);
+    host_routes service(options.config, *database);
     service.install(server);
-    dashboard_service dashboard(queries, options.config.upload_dir);
+    dashboard_routes dashboard(queries, options.config.upload_dir);
     dashboard.install(server);
     // One line at a time; the local time it shows is read under the same lock,
     // since the C library's time zone state is not made for many threads.
     std::mutex log_lock;
     server.set_logger([&log_lock](const httplib::Request& req, const httplib::Response& res) {
-        if (dashboard_service::is_routine(req, res)) return;
+        if (dashboard_routes::is_routine(req, res)) return;
         std::lock_guard<std::mutex> lock(log_lock);
-        say(QString::fromStdString(collector_service::describe(req, res)));
+        say(QString::fromStdString(host_routes::describe(req, res)));
     });
     const int port = server.bind(options.host.toStdString(), options.port);
     if (port <= 0) {

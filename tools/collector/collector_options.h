@@ -3,8 +3,8 @@
 #include <QString>
 #include <QStringList>
 
-#include "collector_server.h"
-#include "collector_service.h"
+#include "server/collector_server.h"
+#include "server/host_routes.h"
 
 // Everything the command line sets.
 struct collector_options {

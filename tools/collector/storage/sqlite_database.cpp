@@ -1,4 +1,4 @@
-#include "sqlite_database.h"
+#include "storage/sqlite_database.h"
 
 #include <QFileInfo>
 

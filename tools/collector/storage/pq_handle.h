@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "database_rows.h"
+#include "storage/database_rows.h"
 
 // A thin RAII layer over libpq, PostgreSQL's client library: every handle is
 // released by its owner, every failure is thrown as pq::error with the

@@ -1,4 +1,4 @@
-#include "collector_service.h"
+#include "server/host_routes.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -10,8 +10,8 @@
 #include <QUuid>
 #include <memory>
 
-#include "json_answer.h"
 #include "json_handler/json_outline.h"
+#include "server/json_answer.h"
 
 namespace {
 
@@ -46,10 +46,10 @@ QStringList default_app_ids() {
     return {"3c1f9a7e55d04b28a6e2f0b9d4c87a13", "a94e07b3c2d851f6e0b7a4c39d2f6e58"};
 }
 
-collector_service::collector_service(collector_config config, collector_database& database)
+host_routes::host_routes(collector_config config, collector_database& database)
     : config_(std::move(config)), database_(database) {}
 
-void collector_service::install(httplib::Server& server) {
+void host_routes::install(httplib::Server& server) {
     server.Post(".*", [this](const Request& req, Response& res, const ContentReader& reader) {
         if (refused_before_body(req, res)) return;
         if (req.is_multipart_form_data())
@@ -67,7 +67,7 @@ void collector_service::install(httplib::Server& server) {
                [this](const Request& req, Response& res) { serve_file(req, res); });
 }
 
-bool collector_service::refused_before_body(const Request& req, Response& res) const {
+bool host_routes::refused_before_body(const Request& req, Response& res) const {
     if (req.method != "POST") return false;
     if (!config_.app_ids.contains(QString::fromStdString(req.get_header_value("X-Auth-AppID"))))
         refuse_and_close(res, "unknown application id");
@@ -78,13 +78,13 @@ bool collector_service::refused_before_body(const Request& req, Response& res) c
     return true;
 }
 
-quint64 collector_service::body_limit(const Request& req) const {
+quint64 host_routes::body_limit(const Request& req) const {
     return req.is_multipart_form_data() ? config_.max_body
                                         : std::min(config_.max_body, information_body_limit);
 }
 
-void collector_service::accept_information(const Request& req, Response& res,
-                                           const ContentReader& reader) {
+void host_routes::accept_information(const Request& req, Response& res,
+                                     const ContentReader& reader) {
     const quint64 limit = body_limit(req);
     std::string body;
     bool too_large = false;
@@ -122,8 +122,7 @@ void collector_service::accept_information(const Request& req, Response& res,
 
 // One part named "file" is stored, written to disk as it arrives; other parts
 // are read and passed over; a second "file" part refuses the upload.
-void collector_service::accept_file(const Request& req, Response& res,
-                                    const ContentReader& reader) {
+void host_routes::accept_file(const Request& req, Response& res, const ContentReader& reader) {
     collector_database::file_row row;
     row.dfs_id = QUuid::createUuid().toString(QUuid::Id128);
     std::unique_ptr<QSaveFile> out;
@@ -172,21 +171,21 @@ void collector_service::accept_file(const Request& req, Response& res,
 }
 
 // Served as stored, also when it is not valid JSON: hosts are tested with that.
-void collector_service::serve_descriptor(const Request& req, Response& res) {
+void host_routes::serve_descriptor(const Request& req, Response& res) {
     const QString id = QString::fromStdString(req.matches[1]);
     const QString path = config_.software.file(id + "/interface.json");
     if (path.isEmpty()) return answer_failed(res, "no descriptor for software " + id, 404);
     stream_file(res, path, json_type);
 }
 
-void collector_service::serve_file(const Request& req, Response& res) {
+void host_routes::serve_file(const Request& req, Response& res) {
     const QString name = QString::fromStdString(req.matches[1]);
     const QString path = config_.files.file(name);
     if (path.isEmpty()) return answer_failed(res, "no file " + name, 404);
     stream_file(res, path, "application/octet-stream");
 }
 
-std::string collector_service::describe(const Request& req, const Response& res) {
+std::string host_routes::describe(const Request& req, const Response& res) {
     QString line = QString("%1 %2 %3")
                        .arg(QDateTime::currentDateTime().toString("hh:mm:ss"))
                        .arg(QString::fromStdString(req.method))

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "database_rows.h"
-#include "record_facts.h"
+#include "storage/database_rows.h"
+#include "storage/record_facts.h"
 
 // Where the collector keeps what it receives: an SQLite file, or a PostgreSQL
 // database that several collectors may share. The routes store through this

@@ -1,4 +1,4 @@
-#include "pq_handle.h"
+#include "storage/pq_handle.h"
 
 #include <poll.h>
 

@@ -1,4 +1,4 @@
-#include "connection_stream.h"
+#include "server/connection_stream.h"
 
 #include <fcntl.h>
 #include <netdb.h>

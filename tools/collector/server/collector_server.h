@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "connection_stream.h"
+#include "server/connection_stream.h"
 
 class worker_pool;
 

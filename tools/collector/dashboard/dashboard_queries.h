@@ -4,7 +4,7 @@
 #include <QString>
 #include <string>
 
-#include "collector_database.h"
+#include "storage/collector_database.h"
 
 // Which records an answer covers; an empty member does not restrict.
 struct dashboard_filter {

@@ -1,4 +1,4 @@
-#include "postgres_database.h"
+#include "storage/postgres_database.h"
 
 namespace {
 

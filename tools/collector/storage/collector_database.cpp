@@ -1,9 +1,9 @@
-#include "collector_database.h"
+#include "storage/collector_database.h"
 
 #include <QRegularExpression>
 
-#include "postgres_database.h"
-#include "sqlite_database.h"
+#include "storage/postgres_database.h"
+#include "storage/sqlite_database.h"
 
 std::unique_ptr<collector_database> collector_database::open(const QString& name) {
     if (is_postgresql(name)) return std::make_unique<postgres_database>(name.toStdString());

@@ -1,4 +1,4 @@
-#include "dashboard_queries.h"
+#include "dashboard/dashboard_queries.h"
 
 #include <QFileInfo>
 #include <QJsonArray>

@@ -1,4 +1,4 @@
-#include "record_facts.h"
+#include "storage/record_facts.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "collector_server.h"
+#include "server/collector_server.h"
 
 #include <openssl/err.h>
 #include <sys/socket.h>
@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cctype>
 
-#include "json_answer.h"
-#include "worker_pool.h"
+#include "server/json_answer.h"
+#include "server/worker_pool.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <QString>
 #include <QStringList>
 
-#include "collector_database.h"
-#include "served_folder.h"
+#include "server/served_folder.h"
+#include "storage/collector_database.h"
 
 // What the collector accepts and where it keeps and finds its files.
 struct collector_config {
@@ -31,9 +31,9 @@ QStringList default_app_ids();
 //   GET  /files/<name>         installers, with their length
 // The application id and the announced length are checked before any of a
 // body is read; file uploads go to disk as they arrive.
-class collector_service {
+class host_routes {
 public:
-    collector_service(collector_config config, collector_database& database);
+    host_routes(collector_config config, collector_database& database);
 
     void install(httplib::Server& server);
 

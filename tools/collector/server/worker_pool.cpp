@@ -1,4 +1,4 @@
-#include "worker_pool.h"
+#include "server/worker_pool.h"
 
 worker_pool::worker_pool(size_t max_threads) : max_threads_(max_threads) {}
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "database_rows.h"
+#include "storage/database_rows.h"
 
 // A thin RAII layer over SQLite: every handle is released by its owner, and
 // every failure is thrown as sqlite::error with SQLite's message.

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "dashboard_queries.h"
-#include "served_folder.h"
+#include "dashboard/dashboard_queries.h"
+#include "server/served_folder.h"
 
 // The dashboard: one page (GET /) with its script, style and Chart.js, all
 // compiled into the collector, and the JSON answers behind it:
@@ -17,9 +17,9 @@
 //   GET /dashboard/uploads/<stored name>  an uploaded file, as a download
 // The page puts every text of a record into the document as text, never as
 // markup, and its Content-Security-Policy allows no script but its own.
-class dashboard_service {
+class dashboard_routes {
 public:
-    dashboard_service(dashboard_queries& queries, const QString& upload_dir);
+    dashboard_routes(dashboard_queries& queries, const QString& upload_dir);
 
     void install(httplib::Server& server);
 

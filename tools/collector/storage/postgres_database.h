@@ -4,8 +4,8 @@
 #include <deque>
 #include <mutex>
 
-#include "collector_database.h"
-#include "pq_handle.h"
+#include "storage/collector_database.h"
+#include "storage/pq_handle.h"
 
 // The collector's database in PostgreSQL, which several collectors may share.
 // Requests take a connection from a pool of a few. Information uploads that

@@ -1,10 +1,10 @@
-#include "served_folder.h"
+#include "server/served_folder.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <memory>
 
-#include "json_answer.h"
+#include "server/json_answer.h"
 
 served_folder::served_folder(const QString& path) {
     const QFileInfo info(path);

@@ -1,11 +1,11 @@
-#include "dashboard_service.h"
+#include "dashboard/dashboard_routes.h"
 
 #include <QFile>
 #include <QJsonDocument>
 #include <QUrl>
 #include <functional>
 
-#include "json_answer.h"
+#include "server/json_answer.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ dashboard_filter filter_of(const Request& req) {
 
 }  // namespace
 
-dashboard_service::dashboard_service(dashboard_queries& queries, const QString& upload_dir)
+dashboard_routes::dashboard_routes(dashboard_queries& queries, const QString& upload_dir)
     : queries_(queries), uploads_(upload_dir) {
     const std::pair<const char*, const char*> files[] = {
         {"index.html", "text/html;charset=utf-8"},
@@ -55,7 +55,7 @@ dashboard_service::dashboard_service(dashboard_queries& queries, const QString& 
     }
 }
 
-void dashboard_service::install(httplib::Server& server) {
+void dashboard_routes::install(httplib::Server& server) {
     server.Get("/", [this](const Request&, Response& res) { serve_asset("index.html", res); });
     server.Get(R"(/dashboard/([a-z.]+))",
                [this](const Request& req, Response& res) { serve_asset(req.matches[1], res); });
@@ -103,13 +103,13 @@ void dashboard_service::install(httplib::Server& server) {
     });
 }
 
-bool dashboard_service::is_routine(const Request& req, const Response& res) {
+bool dashboard_routes::is_routine(const Request& req, const Response& res) {
     return req.method == "GET" && res.status == 200 &&
            (req.path == "/" || req.path.rfind("/api/", 0) == 0 ||
             req.path.rfind("/dashboard/", 0) == 0);
 }
 
-void dashboard_service::serve_asset(const std::string& name, Response& res) const {
+void dashboard_routes::serve_asset(const std::string& name, Response& res) const {
     const auto found = assets_.find(name);
     if (found == assets_.end()) return answer_failed(res, "not found", 404);
     res.set_content(found->second.content.constData(), size_t(found->second.content.size()),
@@ -119,7 +119,7 @@ void dashboard_service::serve_asset(const std::string& name, Response& res) cons
 
 // As a download, never shown in the page's origin: an uploaded file may hold
 // anything, also a page with scripts.
-void dashboard_service::serve_upload(const Request& req, Response& res) const {
+void dashboard_routes::serve_upload(const Request& req, Response& res) const {
     const QString stored = QString::fromStdString(req.matches[1]);
     const QString path = uploads_.file(stored);
     if (path.isEmpty()) return answer_failed(res, "no uploaded file " + stored, 404);

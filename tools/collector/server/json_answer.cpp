@@ -1,4 +1,4 @@
-#include "json_answer.h"
+#include "server/json_answer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <optional>
 
-#include "collector_database.h"
-#include "sqlite_handle.h"
+#include "storage/collector_database.h"
+#include "storage/sqlite_handle.h"
 
 // The collector's database in an SQLite file. Request threads share one
 // connection behind a mutex for writing; the dashboard reads through a
