@@ -102,6 +102,8 @@ int main(int argc, char** argv) {
         say(QString("information_collector: the dashboard's figures taken from %1 stored records")
                 .arg(database->facts_added_on_open()));
     dashboard_queries queries(*database);
+    // Each connection holds a file descriptor.
+    const std::size_t open_files = collector_server::raise_open_files_limit();
     collector_server server(options.server);
     std::string tls_error;
     if (!options.cert.isEmpty() &&
@@ -111,13 +113,13 @@ int main(int argc, char** argv) {
         return 1;
     }
     host_routes service(options.config, *database);
-    service.install(server);
+    service.install(server.routes());
     dashboard_routes dashboard(queries, options.config.upload_dir);
-    dashboard.install(server);
+    dashboard.install(server.routes());
     // One line at a time; the local time it shows is read under the same lock,
     // since the C library's time zone state is not made for many threads.
     std::mutex log_lock;
-    server.set_logger([&log_lock](const httplib::Request& req, const httplib::Response& res) {
+    server.routes().observe([&log_lock](const http_request& req, const http_response& res) {
         if (dashboard_routes::is_routine(req, res)) return;
         std::lock_guard<std::mutex> lock(log_lock);
         say(QString::fromStdString(host_routes::describe(req, res)));
@@ -130,19 +132,9 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    bool listening_failed = false;
-    std::atomic<bool> stopping{false};
-    std::atomic<bool> listener_done{false};
-    std::thread listener([&] {
-        if (!server.listen_after_bind()) listening_failed = true;
-        listener_done = true;
-        // Wakes the main thread also when the server ends on its own.
-        if (!stopping) kill(getpid(), SIGTERM);
-    });
-    // A stop before the server runs would be lost; and scripts may connect as
-    // soon as they read the "listening on" line.
-    while (!server.is_running() && !listener_done)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    // Connections that come before the server runs wait in the listening
+    // socket's queue, and a stop before it runs is kept for it.
+    std::thread listener([&] { server.run(); });
     say("information_collector: database " + database->description() + ", uploaded files in " +
         options.config.upload_dir);
     if (options.config.software.is_set())
@@ -153,10 +145,12 @@ int main(int argc, char** argv) {
         QString("%1://%2:%3").arg(server.uses_tls() ? "https" : "http", options.host).arg(port);
     say("information_collector listening on " + address);
     say("information_collector: dashboard at " + address + "/");
+    say(QString("information_collector: up to %1 connections at once, %2 from one address")
+            .arg(open_files)
+            .arg(options.server.rules.per_address));
 
     int signal_number = 0;
     sigwait(&stop_signals, &signal_number);
-    stopping = true;
     say(QString("information_collector: stopping (%1); a second signal ends it at once")
             .arg(strsignal(signal_number)));
     std::atomic<bool> stopped{false};
@@ -166,10 +160,6 @@ int main(int argc, char** argv) {
     database->close();
     stopped = true;
     watchdog.join();
-    if (listening_failed) {
-        complain("the server stopped unexpectedly");
-        return 1;
-    }
     say(QString("information_collector: stopped (%1)").arg(strsignal(signal_number)));
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <QCommandLineParser>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <boost/asio/ip/address.hpp>
 #include <cstdio>
 #include <limits>
 
@@ -62,8 +63,19 @@ int parse_options(const QStringList& arguments, collector_options& out) {
         "10");
     const QCommandLineOption no_keep_alive("no-keep-alive",
                                            "Close every connection after one answer.");
+    const QCommandLineOption idle_timeout(
+        "idle-timeout", "Seconds a kept-alive connection waits for its next request (default 5).",
+        "seconds", "5");
+    const QCommandLineOption per_address(
+        "connections-per-address", "Open connections one client address may hold (default 256).",
+        "count", "256");
+    const QCommandLineOption trust_proxy(
+        "trust-proxy",
+        "Address of a proxy in front of the collector: its X-Forwarded-For names the client. "
+        "Repeat for several.",
+        "address");
     parser.addOptions({host, port, database, upload_dir, software_dir, files_dir, app_id, cert, key,
-                       max_body, timeout, no_keep_alive});
+                       max_body, timeout, no_keep_alive, idle_timeout, per_address, trust_proxy});
 
     if (!parser.parse(arguments)) return usage_error(parser, parser.errorText());
     if (parser.isSet("help")) {
@@ -76,11 +88,26 @@ int parse_options(const QStringList& arguments, collector_options& out) {
     out.port = parser.value(port).toInt(&ok);
     if (!ok || out.port < 0 || out.port > 65535)
         return usage_error(parser, "--port wants a number from 0 to 65535");
-    const int seconds = parser.value(timeout).toInt(&ok);
-    if (!ok || seconds < 1 || seconds > 3600)
-        return usage_error(parser, "--timeout wants a number of seconds from 1 to 3600");
-    out.server.rules.timeout = std::chrono::seconds(seconds);
-    out.server.keep_alive = !parser.isSet(no_keep_alive);
+    connection_rules& rules = out.server.rules;
+    for (const auto& [option, seconds] :
+         {std::make_pair(&timeout, &rules.timeout), std::make_pair(&idle_timeout, &rules.idle)}) {
+        const int value = parser.value(*option).toInt(&ok);
+        if (!ok || value < 1 || value > 3600)
+            return usage_error(parser, QString("--%1 wants a number of seconds from 1 to 3600")
+                                           .arg(option->names().first()));
+        *seconds = std::chrono::seconds(value);
+    }
+    rules.keep_alive = !parser.isSet(no_keep_alive);
+    rules.per_address = parser.value(per_address).toUInt(&ok);
+    if (!ok || rules.per_address < 1)
+        return usage_error(parser, "--connections-per-address wants a number from 1");
+    for (const QString& proxy : parser.values(trust_proxy)) {
+        boost::system::error_code not_an_address;
+        boost::asio::ip::make_address(proxy.toStdString(), not_an_address);
+        if (not_an_address)
+            return usage_error(parser, "--trust-proxy wants an IP address, not " + proxy);
+        out.server.trusted_proxies.push_back(proxy.toStdString());
+    }
     out.config.max_body = parse_size(parser.value(max_body));
     if (out.config.max_body == 0)
         return usage_error(parser, "--max-body wants a size such as 65536, 512K, 64M or 4G");

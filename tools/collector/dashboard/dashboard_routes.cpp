@@ -9,8 +9,8 @@
 
 namespace {
 
-using httplib::Request;
-using httplib::Response;
+using Request = http_request;
+using Response = http_response;
 
 // Scripts, styles and pictures from the collector only; nothing inline, no
 // frames, no forms sent anywhere.
@@ -55,11 +55,11 @@ dashboard_routes::dashboard_routes(dashboard_queries& queries, const QString& up
     }
 }
 
-void dashboard_routes::install(httplib::Server& server) {
-    server.Get("/", [this](const Request&, Response& res) { serve_asset("index.html", res); });
-    server.Get(R"(/dashboard/([a-z.]+))",
-               [this](const Request& req, Response& res) { serve_asset(req.matches[1], res); });
-    server.Get(R"(/dashboard/uploads/(.+))",
+void dashboard_routes::install(route_table& routes) {
+    routes.get("/", [this](const Request&, Response& res) { serve_asset("index.html", res); });
+    routes.get(R"(/dashboard/([a-z.]+))",
+               [this](const Request& req, Response& res) { serve_asset(req.matches.at(1), res); });
+    routes.get(R"(/dashboard/uploads/(.+))",
                [this](const Request& req, Response& res) { serve_upload(req, res); });
     // Each answer as JSON; a database failure as a failed answer.
     const auto json = [](const std::function<QJsonObject(const Request&)>& make) {
@@ -74,25 +74,25 @@ void dashboard_routes::install(httplib::Server& server) {
             harden(res);
         };
     };
-    server.Get("/api/summary",
+    routes.get("/api/summary",
                json([this](const Request& req) { return queries_.summary(filter_of(req)); }));
-    server.Get("/api/distributions",
+    routes.get("/api/distributions",
                json([this](const Request& req) { return queries_.distributions(filter_of(req)); }));
-    server.Get("/api/records", json([this](const Request& req) {
+    routes.get("/api/records", json([this](const Request& req) {
                    return queries_.records(filter_of(req),
                                            number_param(req, "offset", 0, 0, 1 << 30),
                                            number_param(req, "limit", 25, 1, 200));
                }));
-    server.Get("/api/feedback", json([this](const Request& req) {
+    routes.get("/api/feedback", json([this](const Request& req) {
                    return queries_.feedback(filter_of(req), number_param(req, "limit", 10, 1, 100));
                }));
-    server.Get("/api/files", json([this](const Request& req) {
+    routes.get("/api/files", json([this](const Request& req) {
                    return queries_.files(filter_of(req), number_param(req, "limit", 20, 1, 200));
                }));
-    server.Get(R"(/api/records/(\d{1,18}))", [this](const Request& req, Response& res) {
+    routes.get(R"(/api/records/(\d{1,18}))", [this](const Request& req, Response& res) {
         std::string body;
         try {
-            if (queries_.record_body(std::stoll(req.matches[1]), body))
+            if (queries_.record_body(std::stoll(req.matches.at(1)), body))
                 res.set_content(body, "application/json;charset=utf-8");
             else
                 answer_failed(res, "no such record", 404);
@@ -112,15 +112,14 @@ bool dashboard_routes::is_routine(const Request& req, const Response& res) {
 void dashboard_routes::serve_asset(const std::string& name, Response& res) const {
     const auto found = assets_.find(name);
     if (found == assets_.end()) return answer_failed(res, "not found", 404);
-    res.set_content(found->second.content.constData(), size_t(found->second.content.size()),
-                    found->second.type);
+    res.set_content(found->second.content.toStdString(), found->second.type);
     harden(res);
 }
 
 // As a download, never shown in the page's origin: an uploaded file may hold
 // anything, also a page with scripts.
 void dashboard_routes::serve_upload(const Request& req, Response& res) const {
-    const QString stored = QString::fromStdString(req.matches[1]);
+    const QString stored = QString::fromStdString(req.matches.at(1));
     const QString path = uploads_.file(stored);
     if (path.isEmpty()) return answer_failed(res, "no uploaded file " + stored, 404);
     stream_file(res, path, "application/octet-stream");

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <QByteArray>
 #include <map>
 #include <string>
 
 #include "dashboard/dashboard_queries.h"
+#include "server/route_table.h"
 #include "server/served_folder.h"
 
 // The dashboard: one page (GET /) with its script, style and Chart.js, all
@@ -21,19 +20,19 @@ class dashboard_routes {
 public:
     dashboard_routes(dashboard_queries& queries, const QString& upload_dir);
 
-    void install(httplib::Server& server);
+    void install(route_table& routes);
 
     // Whether a request is the page's own polling, answered as expected: the
     // collector prints no line for these.
-    static bool is_routine(const httplib::Request& req, const httplib::Response& res);
+    static bool is_routine(const http_request& req, const http_response& res);
 
 private:
     struct asset {
         QByteArray content;
         const char* type;
     };
-    void serve_asset(const std::string& name, httplib::Response& res) const;
-    void serve_upload(const httplib::Request& req, httplib::Response& res) const;
+    void serve_asset(const std::string& name, http_response& res) const;
+    void serve_upload(const http_request& req, http_response& res) const;
 
     dashboard_queries& queries_;
     served_folder uploads_;

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <QString>
 #include <QStringList>
 
+#include "server/route_table.h"
 #include "server/served_folder.h"
 #include "storage/collector_database.h"
 
@@ -24,7 +23,7 @@ const quint64 information_body_limit = 16 << 20;
 // The application ids the library itself uses: test service, release service.
 QStringList default_app_ids();
 
-// The routes of the stand-in service, installed on an httplib server:
+// The routes of the stand-in service:
 //   POST <any path>            information upload, or file upload when the
 //                              body is multipart/form-data
 //   GET  /software/<id>/interface.json
@@ -35,20 +34,19 @@ class host_routes {
 public:
     host_routes(collector_config config, collector_database& database);
 
-    void install(httplib::Server& server);
+    void install(route_table& routes);
 
     // One line describing a request that has been answered.
-    static std::string describe(const httplib::Request& req, const httplib::Response& res);
+    static std::string describe(const http_request& req, const http_response& res);
 
 private:
-    bool refused_before_body(const httplib::Request& req, httplib::Response& res) const;
-    quint64 body_limit(const httplib::Request& req) const;
-    void accept_information(const httplib::Request& req, httplib::Response& res,
-                            const httplib::ContentReader& reader);
-    void accept_file(const httplib::Request& req, httplib::Response& res,
-                     const httplib::ContentReader& reader);
-    void serve_descriptor(const httplib::Request& req, httplib::Response& res);
-    void serve_file(const httplib::Request& req, httplib::Response& res);
+    class information_upload;
+    class file_upload;
+
+    bool refused_before_body(const http_request& req, http_response& res) const;
+    quint64 body_limit(const http_request& req) const;
+    void serve_descriptor(const http_request& req, http_response& res);
+    void serve_file(const http_request& req, http_response& res);
 
     collector_config config_;
     collector_database& database_;

@@ -4,7 +4,7 @@
 #include <QJsonDocument>
 
 // Written by hand because QJsonObject would sort "result" before "status".
-void answer(httplib::Response& res, const char* status, const QJsonValue& result, int http_status) {
+void answer(http_response& res, const char* status, const QJsonValue& result, int http_status) {
     QByteArray body = QByteArray("{\"status\":\"") + status + "\"";
     if (!result.isUndefined()) {
         const QByteArray wrapped = QJsonDocument(QJsonArray{result}).toJson(QJsonDocument::Compact);

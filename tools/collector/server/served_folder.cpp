@@ -22,15 +22,14 @@ QString served_folder::file(const QString& relative) const {
     return real;
 }
 
-void stream_file(httplib::Response& res, const QString& path, const char* content_type) {
+void stream_file(http_response& res, const QString& path, const char* content_type) {
     auto file = std::make_shared<QFile>(path);
     if (!file->open(QIODevice::ReadOnly)) return answer_failed(res, "cannot read the file", 500);
-    if (file->size() == 0) return res.set_content(std::string(), content_type);
     res.set_content_provider(
-        size_t(file->size()), content_type,
-        [file](size_t offset, size_t length, httplib::DataSink& sink) {
-            if (!file->seek(qint64(offset))) return false;
-            const QByteArray chunk = file->read(qint64(std::min<size_t>(length, 64 * 1024)));
-            return !chunk.isEmpty() && sink.write(chunk.constData(), size_t(chunk.size()));
+        quint64(file->size()), content_type, [file](std::uint64_t offset, std::size_t most) {
+            std::string piece(most, '\0');
+            const qint64 n = file->seek(qint64(offset)) ? file->read(&piece[0], qint64(most)) : -1;
+            piece.resize(size_t(std::max<qint64>(n, 0)));
+            return piece;
         });
 }

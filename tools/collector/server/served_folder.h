@@ -1,8 +1,8 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <QString>
+
+#include "server/http_exchange.h"
 
 // A folder whose files are served read-only. A name below it leads to a file
 // inside it or to nothing: "..", empty parts and symbolic links that lead
@@ -25,4 +25,4 @@ private:
 
 // Answers with the file at path, streamed with its length announced so that a
 // client can show progress; 500 when it cannot be read.
-void stream_file(httplib::Response& res, const QString& path, const char* content_type);
+void stream_file(http_response& res, const QString& path, const char* content_type);
