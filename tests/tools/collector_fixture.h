@@ -7,6 +7,7 @@
 #include <httplib.h>
 #include <libpq-fe.h>
 
+#include <QHostAddress>
 #include <QTcpSocket>
 
 #include "tool_process.h"
@@ -24,9 +25,10 @@ inline std::string failed(const std::string& why) {
     return R"({"status":"failed","result":")" + why + R"("})";
 }
 
-// method: GET, POST or PUT; app_id: empty for no X-Auth-AppID; host: empty for the client's own.
+// method: GET, POST or PUT; app_id: empty for no X-Auth-AppID; host: empty for the client's
+// own; encoding: the body's Content-Encoding, empty for none.
 struct request {
-    std::string method, target, app_id, content_type, body, host = {};
+    std::string method, target, app_id, content_type, body, host = {}, encoding = {};
 };
 
 inline request get(const std::string& target) {
@@ -44,6 +46,7 @@ inline httplib::Response send(const collector_process& to, const request& r) {
     httplib::Headers headers;
     if (!r.app_id.empty()) headers.emplace("X-Auth-AppID", r.app_id);
     if (!r.host.empty()) headers.emplace("Host", r.host);
+    if (!r.encoding.empty()) headers.emplace("Content-Encoding", r.encoding);
     const auto res = r.method == "GET" ? client.Get(r.target.c_str(), headers)
                      : r.method == "PUT"
                          ? client.Put(r.target.c_str(), headers, r.body, r.content_type)
@@ -63,10 +66,13 @@ inline request form(const std::vector<std::vector<std::string>>& parts, const ch
             body + "--b0undary--\r\n"};
 }
 
-// A plain TCP client of a loopback port.
+// A plain TCP client of a loopback port, from another loopback address when given.
 class raw_client : public QTcpSocket {
 public:
-    explicit raw_client(int port) { connectToHost("127.0.0.1", quint16(port)), waitForConnected(); }
+    explicit raw_client(int port, const QString& from = {}) {
+        if (!from.isEmpty()) bind(QHostAddress(from));
+        connectToHost("127.0.0.1", quint16(port)), waitForConnected();
+    }
     void send(const QByteArray& bytes) { write(bytes), waitForBytesWritten(1000); }
     // What arrives within timeout_ms, or until the server closes.
     QByteArray receive(int timeout_ms) {

@@ -1,7 +1,9 @@
 // information_collector as a process: against slow, oversized and silent
 // clients, how it stops, and why it cannot start.
 #include <signal.h>
+#include <sys/resource.h>
 
+#include <QRegularExpression>
 #include <atomic>
 #include <thread>
 
@@ -10,6 +12,12 @@
 namespace {
 
 using namespace collector_test;
+
+long threads_of(qint64 pid) {
+    QFile status(QString("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly)) return -1;
+    return QRegularExpression("Threads:\\s*(\\d+)").match(status.readAll()).captured(1).toLong();
+}
 
 ON_DATABASES(collector_process_on, "sqlite", "postgresql");
 
@@ -116,6 +124,79 @@ TEST_P(collector_process_on, misbehaving_clients_are_cut_off_and_others_are_serv
     EXPECT_TRUE(stored("SELECT id FROM information").empty());
 }
 
+TEST(collector_process, holds_a_thousand_slow_clients_without_a_thread_each) {
+    rlimit files{};  // each client is a file here too
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+    files.rlim_cur = std::max<rlim_t>(files.rlim_cur, std::min<rlim_t>(files.rlim_max, 4096));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
+    collector_process collector("thousand",
+                                {"--timeout", "2", "--connections-per-address", "2000"});
+    const long threads = threads_of(collector.pid());
+    std::vector<std::unique_ptr<raw_client>> slow;
+    for (int i = 0; i < 1000; ++i)
+        slow.emplace_back(new raw_client(collector.port()))->send("GET / HTTP/1.1\r\nX: y\r\n");
+    httplib::Client client(collector.url().toStdString());
+    client.set_read_timeout(1);
+    const auto res = client.Get("/no-such-page");
+    EXPECT_TRUE(res && res->status == 404);
+    EXPECT_EQ(threads_of(collector.pid()), threads);
+    // Each is answered once its time is up.
+    int answered = 0;
+    for (const auto& one : slow) answered += one->receive(5000).startsWith("HTTP/1.1 408");
+    EXPECT_EQ(answered, 1000);
+}
+
+TEST(collector_process, holds_no_more_connections_from_one_address_than_allowed) {
+    collector_process collector("per address",
+                                {"--connections-per-address", "3", "--trust-proxy", "127.0.0.3"});
+    const QByteArray get = "GET /x HTTP/1.1\r\n";
+    const QByteArray not_found = "HTTP/1.1 404";
+    // Three connections from 127.0.0.2, each served once and kept; three
+    // requests under way through the proxy 127.0.0.3 for 10.0.0.1.
+    std::vector<std::unique_ptr<raw_client>> held;
+    for (int i = 0; i < 3; ++i) {
+        held.emplace_back(new raw_client(collector.port(), "127.0.0.2"))->send(get + "\r\n");
+        ASSERT_TRUE(held.back()->receive(1000).startsWith(not_found));
+        held.emplace_back(new raw_client(collector.port(), "127.0.0.3"))
+            ->send("POST /d?type=u HTTP/1.1\r\nX-Forwarded-For: 10.0.0.1\r\nX-Auth-AppID: " +
+                   QByteArray(test_app_id) + "\r\nContent-Length: 9\r\n\r\n");
+    }
+    const QByteArray too_many = "HTTP/1.1 429";
+    // clang-format off
+    const std::vector<std::tuple<const char*, QString, QByteArray, QByteArray>> table{
+        {"a fourth from one address", "127.0.0.2", "", ""},
+        {"another address", "127.0.0.1", "", not_found},
+        {"a fourth for one client through the proxy", "127.0.0.3", "10.0.0.1", too_many},
+        {"the client named before the proxy's own hop", "127.0.0.3", "10.0.0.1, 127.0.0.3", too_many},
+        {"another client through the proxy", "127.0.0.3", "10.0.0.1, 10.0.0.2", not_found},
+        {"a proxy not trusted, counted as itself", "127.0.0.4", "10.0.0.1", not_found},
+    };
+    // clang-format on
+    for (const auto& [name, from, forwarded_for, status] : table) {
+        SCOPED_TRACE(name);
+        raw_client client(collector.port(), from);
+        client.send(get +
+                    (forwarded_for.isEmpty() ? "" : "X-Forwarded-For: " + forwarded_for + "\r\n") +
+                    "\r\n");
+        const QByteArray answer = client.receive(1000);
+        EXPECT_EQ(answer.left(12), status);
+        if (status == too_many) {
+            EXPECT_TRUE(answer.endsWith("too many connections from 10.0.0.1\"}"));
+        }
+        EXPECT_EQ(client.closed(), status != not_found);
+    }
+    // Once one of the three has gone, its address is served again.
+    held.front()->close();
+    QByteArray answer;
+    for (const QDeadlineTimer deadline(5000);
+         !answer.startsWith(not_found) && !deadline.hasExpired();) {
+        raw_client again(collector.port(), "127.0.0.2");
+        again.send(get + "\r\n");
+        answer = again.receive(1000);
+    }
+    EXPECT_TRUE(answer.startsWith(not_found)) << answer.data();
+}
+
 TEST(collector_process, says_why_it_cannot_start) {
     collector_process first("first");
     // clang-format off
@@ -132,7 +213,8 @@ TEST(collector_process, says_why_it_cannot_start) {
     for (const QStringList& arguments : std::vector<QStringList>{
              {"--port", "http"}, {"--port", "70000"}, {"extra"}, {"--cert", "c.pem"},
              {"--software-dir", "no/such/folder"}, {"--timeout", "0"}, {"--max-body", "12X"},
-             {"--no-such-option"}})
+             {"--idle-timeout", "0"}, {"--connections-per-address", "0"},
+             {"--trust-proxy", "proxy.example"}, {"--no-such-option"}})
         table.push_back({arguments, 2, {"Usage:"}});
     // clang-format on
     for (const auto& [arguments, exit_code, lines] : table) {

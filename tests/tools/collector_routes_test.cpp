@@ -16,6 +16,14 @@ long peak_resident_kib(qint64 pid) {
     return QRegularExpression("VmHWM:\\s*(\\d+)").match(status.readAll()).captured(1).toLong();
 }
 
+// A POST of text sent with Content-Encoding: deflate (a zlib stream).
+request deflated(const std::string& target, const std::string& text, const char* app_id) {
+    const QByteArray packed = qCompress(QByteArray::fromStdString(text)).mid(4);  // less the length
+    request sent = post(target, packed.toStdString(), app_id);
+    sent.encoding = "deflate";
+    return sent;
+}
+
 // A row: its name, the request, and the status and body of the answer.
 using exchange = std::tuple<const char*, request, int, testing::Matcher<std::string>>;
 
@@ -80,12 +88,14 @@ TEST_P(collector_routes, answer_each_kind_of_request_and_store_what_they_carry) 
         {"a folder", get("/files/sub"), 404, failed("no file sub")},
         {"a NUL", get("/files/setup.exe%00.txt"), 404, failed("no file setup.exe\\u0000.txt")},
         {"unknown route", get("/nothing/here"), 404, failed("not found")},
+        {"information, deflated", deflated("/dtta?type=usage", R"({"c":3})", test_app_id), 200, ok},
     });
     // clang-format on
     EXPECT_EQ(stored("SELECT app_id, type, body, CASE WHEN received_at LIKE "
                      "'____-__-__T__:__:__Z' THEN 1 END FROM information ORDER BY id"),
               (table{{test_app_id, "usage", R"({"a":1})", "1"},
-                     {release_app_id, "scan", R"({"b":2})", "1"}}));
+                     {release_app_id, "scan", R"({"b":2})", "1"},
+                     {test_app_id, "usage", R"({"c":3})", "1"}}));
     const std::string size = std::to_string(content.size());
     EXPECT_EQ(stored("SELECT dfs_id, app_id, category, bucket, file_name, size FROM files "
                      "ORDER BY id"),
@@ -132,6 +142,9 @@ TEST_P(collector_routes, refusals_say_what_was_wrong_and_keep_nothing) {
         {"a page of another site (DNS rebinding)", {"GET", "/api/summary", "", "", "", "a.example:80"},
                 421, failed("unknown host")},
         {"a name of this machine", {"GET", "/x", "", "", "", "LocalHost:1"}, 404, failed("not found")},
+        {"information deflated past the limit", deflated("/d?type=u", big, own_id), 413, too_large},
+        {"another encoding", {"POST", "/d?type=u", own_id, "application/json", "{}", "", "br"}, 415,
+                failed("unsupported content encoding br")},
         {"served after all that", post("/d?type=u", "{}", own_id), 200, ok},
     });
     // clang-format on
