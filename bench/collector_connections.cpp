@@ -13,15 +13,12 @@
 // N and M are 5000 unless told, K is 4, S is 20. PATH is another
 // information_collector to measure, an older one for instance. The
 // collector's database lies in a new folder under the current one.
-#include <signal.h>
 #include <sys/resource.h>
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <atomic>
@@ -34,6 +31,8 @@
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "collector_process.h"
 
 namespace {
 
@@ -208,55 +207,19 @@ private:
     bool busy_ = false;
 };
 
-// A collector on a free loopback port, its output in a file; stopped when destroyed.
-class collector {
-public:
-    collector(const QString& program, const QString& folder) {
-        QProcess help;
-        help.start(program, {"--help"});
-        help.waitForFinished(10000);
-        const QString options = help.readAllStandardOutput();
-        QStringList arguments{"--port", "0", "--database", folder + "/collector.sqlite"};
-        arguments << "--upload-dir" << folder + "/uploads";
-        // Idle connections stay for the whole run where the collector lets them.
-        if (options.contains("--idle-timeout"))
-            arguments << "--idle-timeout"
-                      << "600";
-        const QString log = folder + "/collector.log";
-        process_.setStandardOutputFile(log);
-        process_.setStandardErrorFile(folder + "/collector.err");
-        process_.start(program, arguments);
-        process_.waitForStarted(5000);
-        QFile out(log);
-        for (int tries = 0; tries < 1000 && port_ == 0 && process_.state() == QProcess::Running;
-             ++tries) {
-            process_.waitForFinished(10);
-            if (out.isOpen() || out.open(QIODevice::ReadOnly))
-                port_ = QRegularExpression("listening on http://127.0.0.1:(\\d+)")
-                            .match(out.readAll())
-                            .captured(1)
-                            .toInt();
-            out.seek(0);
-        }
-    }
-    ~collector() {
-        ::kill(pid_t(process_.processId()), SIGTERM);
-        process_.waitForFinished(5000);
-    }
-    int port() const { return port_; }
-    // A figure of /proc/<pid>/status, such as Threads or VmRSS (KiB).
-    long status(const char* name) const {
-        QFile file(QString("/proc/%1/status").arg(process_.processId()));
-        if (!file.open(QIODevice::ReadOnly)) return -1;
-        const auto match =
-            QRegularExpression(QString("%1:\\s*(\\d+)").arg(name)).match(file.readAll());
-        return match.hasMatch() ? match.captured(1).toLong() : -1;
-    }
-
-private:
-    QProcess process_;
-    int port_ = 0;
-};
+// The collector's arguments: a database in folder, and idle connections
+// kept for the whole run where the collector lets them.
+QStringList arguments_in(const QString& program, const QString& folder) {
+    QProcess help;
+    help.start(program, {"--help"});
+    help.waitForFinished(10000);
+    QStringList arguments{"--database", folder + "/collector.sqlite", "--upload-dir",
+                          folder + "/uploads"};
+    if (help.readAllStandardOutput().contains("--idle-timeout"))
+        arguments << "--idle-timeout"
+                  << "600";
+    return arguments;
+}
 
 int option(const QStringList& arguments, const char* name, int fallback) {
     const int at = arguments.indexOf(name);
@@ -296,7 +259,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     QTemporaryDir work(QDir::current().filePath("collector_connections-XXXXXX"));
-    collector service(program, work.path());
+    collector_process service(program, arguments_in(program, work.path()),
+                              work.filePath("collector.log"));
     if (service.port() <= 0) {
         std::fprintf(stderr, "the collector did not start (see %s)\n", qPrintable(work.path()));
         work.setAutoRemove(false);

@@ -4,12 +4,12 @@
 // each after its answer; then one 1 GiB file upload, with the collector's
 // peak resident memory.
 //
-//   collector_throughput [--records N] [--no-large-file]
+//   collector_throughput [--records N] [--no-large-file] [--collector PATH]
 //
+// PATH is another information_collector to measure, an older one for instance.
 // Works in a new folder under the current one, so the database lies where
 // the current folder does (on disk, unless that is a tmpfs). Each run is
 // checked: every record must be stored, else the run says so.
-#include <signal.h>
 #include <sqlite3.h>
 
 #include <QCoreApplication>
@@ -18,12 +18,13 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <cstdio>
 #include <memory>
+
+#include "collector_process.h"
 
 namespace {
 
@@ -32,37 +33,16 @@ const char* const app_id = "3c1f9a7e55d04b28a6e2f0b9d4c87a13";
 // A collector on a free loopback port; stopped with SIGTERM when destroyed.
 class collector {
 public:
-    collector(const QString& folder, bool keep_alive) : database_(folder + "/collector.sqlite") {
-        QStringList arguments{"--port", "0", "--database", database_};
-        arguments << "--upload-dir" << folder + "/uploads";
-        if (!keep_alive) arguments << "--no-keep-alive";
-        // Into a file: a pipe that nobody reads would stop the collector once full.
-        const QString log = folder + "/collector.log";
-        process_.setStandardOutputFile(log);
-        process_.start(INFORMATION_COLLECTOR_PATH, arguments);
-        process_.waitForStarted(5000);
-        QFile out(log);
-        for (int tries = 0; tries < 500 && port_ == 0 && process_.state() == QProcess::Running;
-             ++tries) {
-            process_.waitForFinished(10);
-            if (out.isOpen() || out.open(QIODevice::ReadOnly))
-                port_ = QRegularExpression("listening on http://127.0.0.1:(\\d+)")
-                            .match(out.readAll())
-                            .captured(1)
-                            .toInt();
-            out.seek(0);
-        }
-    }
-    ~collector() {
-        ::kill(pid_t(process_.processId()), SIGTERM);
-        process_.waitForFinished(5000);
-    }
+    collector(const QString& program, const QString& folder, bool keep_alive)
+        : database_(folder + "/collector.sqlite"),
+          process_(program,
+                   QStringList{"--database", database_, "--upload-dir", folder + "/uploads"} +
+                       (keep_alive ? QStringList() : QStringList{"--no-keep-alive"}),
+                   folder + "/collector.log") {}
 
-    bool started() const { return port_ > 0; }
-    QString url(const QString& path) const {
-        return QString("http://127.0.0.1:%1%2").arg(port_).arg(path);
-    }
-    qint64 pid() const { return process_.processId(); }
+    bool started() const { return process_.port() > 0; }
+    QString url(const QString& path) const { return process_.url(path); }
+    long peak_resident_kib() const { return process_.status("VmHWM"); }
 
     // Rows in one of the collector's tables.
     long long rows(const char* table) const {
@@ -83,8 +63,7 @@ public:
 
 private:
     QString database_;
-    QProcess process_;
-    int port_ = 0;
+    collector_process process_;
 };
 
 // Runs a program to its end; returns its wall time in seconds, or -1 when it
@@ -156,28 +135,21 @@ void report(const char* client, bool keep_alive, int in_flight, double seconds, 
     std::fflush(stdout);
 }
 
-long peak_resident_kib(qint64 pid) {
-    QFile status(QString("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly)) return -1;
-    const auto match = QRegularExpression("VmHWM:\\s*(\\d+)").match(status.readAll());
-    return match.hasMatch() ? match.captured(1).toLong() : -1;
-}
-
-void large_file(const QString& curl, const QString& folder) {
+void large_file(const QString& program, const QString& curl, const QString& folder) {
     const qint64 size = qint64(1) << 30;
     QFile sparse(folder + "/large.bin");
     QDir().mkpath(folder + "/large");
-    collector service(folder + "/large", true);
+    collector service(program, folder + "/large", true);
     if (!sparse.open(QIODevice::WriteOnly) || !sparse.resize(size) || !service.started()) {
         std::printf("file upload of 1 GiB: cannot prepare it in %s\n", qPrintable(folder));
         return;
     }
     sparse.close();
-    const long before = peak_resident_kib(service.pid());
+    const long before = service.peak_resident_kib();
     const double seconds = timed_run(
         curl, {"-s", "-f", "-o", "/dev/null", "-H", QString("X-Auth-AppID: ") + app_id, "-F",
                "file=@" + sparse.fileName(), service.url("/up?category=feedback&bucket=pub")});
-    const long peak = peak_resident_kib(service.pid());
+    const long peak = service.peak_resident_kib();
     if (seconds < 0 || service.rows("files") != 1)
         std::printf("file upload of 1 GiB: failed\n");
     else
@@ -197,10 +169,14 @@ int main(int argc, char** argv) {
     const int records =
         index > 0 && index + 1 < arguments.size() ? arguments[index + 1].toInt() : 1000;
     const QString curl = QStandardPaths::findExecutable("curl");
+    const int at = arguments.indexOf("--collector");
+    const QString program =
+        at > 0 && at + 1 < arguments.size() ? arguments[at + 1] : INFORMATION_COLLECTOR_PATH;
     QTemporaryDir work(QDir::current().filePath("collector_throughput-XXXXXX"));
     if (records <= 0 || curl.isEmpty() || !work.isValid()) {
         std::fprintf(stderr,
-                     "usage: collector_throughput [--records N] [--no-large-file]\n"
+                     "usage: collector_throughput [--records N] [--no-large-file] "
+                     "[--collector PATH]\n"
                      "(needs curl and a writable current folder)\n");
         return 2;
     }
@@ -220,7 +196,7 @@ int main(int argc, char** argv) {
             for (const int in_flight : {4, 16}) {
                 const QString folder = work.filePath(QString("run-%1").arg(++run));
                 QDir().mkpath(folder);
-                collector service(folder, keep_alive);
+                collector service(program, folder, keep_alive);
                 if (!service.started()) return 1;
                 double seconds = -1;
                 if (uploader) {
@@ -240,6 +216,6 @@ int main(int argc, char** argv) {
         }
     }
     std::printf("\n");
-    if (!arguments.contains("--no-large-file")) large_file(curl, work.path());
+    if (!arguments.contains("--no-large-file")) large_file(program, curl, work.path());
     return 0;
 }
