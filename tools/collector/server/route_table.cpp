@@ -25,16 +25,20 @@ private:
     std::size_t dropped_ = 0;
 };
 
+QRegularExpression whole(const std::string& pattern) {
+    return QRegularExpression(QRegularExpression::anchoredPattern(QString::fromStdString(pattern)));
+}
+
 }  // namespace
 
 void route_table::get(const std::string& pattern, handler answer) {
-    routes_.push_back({"GET", std::regex(pattern), [answer](const http_request&, http_response&) {
+    routes_.push_back({"GET", whole(pattern), [answer](const http_request&, http_response&) {
                            return std::make_unique<dropped_body>(answer);
                        }});
 }
 
 void route_table::post(const std::string& pattern, receiver_maker make) {
-    routes_.push_back({"POST", std::regex(pattern), std::move(make)});
+    routes_.push_back({"POST", whole(pattern), std::move(make)});
 }
 
 void route_table::guard(guard_check check) {
@@ -49,11 +53,13 @@ std::unique_ptr<body_receiver> route_table::begin(http_request& req, http_respon
     for (const guard_check& check : guards_)
         if (check(req, res)) return nullptr;
     const std::string& method = req.method == "HEAD" ? std::string("GET") : req.method;
+    const QString path = QString::fromStdString(req.path);
     for (const route& candidate : routes_) {
-        std::smatch match;
-        if (candidate.method != method || !std::regex_match(req.path, match, candidate.pattern))
-            continue;
-        req.matches.assign(match.begin(), match.end());
+        if (candidate.method != method) continue;
+        const QRegularExpressionMatch match = candidate.pattern.match(path);
+        if (!match.hasMatch()) continue;
+        for (const QString& captured : match.capturedTexts())
+            req.matches.push_back(captured.toStdString());
         return candidate.make(req, res);
     }
     answer_failed(res, "not found", 404);

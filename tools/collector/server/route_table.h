@@ -1,8 +1,8 @@
 #pragma once
 
+#include <QRegularExpression>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -39,7 +39,7 @@ public:
 private:
     struct route {
         std::string method;
-        std::regex pattern;
+        QRegularExpression pattern;  // of the whole path
         receiver_maker make;
     };
     std::vector<route> routes_;
