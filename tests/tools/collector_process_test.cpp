@@ -139,7 +139,9 @@ TEST(collector_process, holds_a_thousand_slow_clients_without_a_thread_each) {
     client.set_read_timeout(1);
     const auto res = client.Get("/no-such-page");
     EXPECT_TRUE(res && res->status == 404);
-    EXPECT_EQ(threads_of(collector.pid()), threads);
+    // Threads come with work, not with connections: a thread a connection
+    // would be a thousand more.
+    EXPECT_LT(threads_of(collector.pid()), threads + 8);
     // Each is answered once its time is up.
     int answered = 0;
     for (const auto& one : slow) answered += one->receive(5000).startsWith("HTTP/1.1 408");

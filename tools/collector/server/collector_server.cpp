@@ -44,9 +44,7 @@ collector_server::collector_server(const settings& settings)
     });
 }
 
-collector_server::~collector_server() {
-    workers_.join();  // at once when run() has joined them
-}
+collector_server::~collector_server() = default;
 
 bool collector_server::use_tls(const std::string& certificate, const std::string& key,
                                std::string& error) {

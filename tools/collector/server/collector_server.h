@@ -4,7 +4,6 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "server/route_table.h"
+#include "server/worker_threads.h"
 
 class connection_base;
 
@@ -38,9 +38,9 @@ struct connection_rules {
 // The HTTP(S) server under the collector's routes, made to be left running
 // with many slow or idle clients: one thread moves the bytes of every
 // connection (reading, writing, TLS, deadlines), so that a connection that is
-// reading, idle or slow costs memory and no thread; a pool of worker threads
-// sized to the machine runs the routes, which may wait for the database or
-// the disk. Only GET, HEAD and POST are served, other methods are refused
+// reading, idle or slow costs memory and no thread; worker threads, as many
+// as the work needs up to what suits the machine, run the routes, which may
+// wait for the database or the disk. Only GET, HEAD and POST are served, other methods are refused
 // before their body is read; every refusal gets a JSON body, and a request
 // that ran out of time is answered 408 when the client still listens.
 class collector_server {
@@ -52,7 +52,7 @@ public:
         std::vector<std::string> hosts;
         // Addresses of proxies whose X-Forwarded-For names the client.
         std::vector<std::string> trusted_proxies;
-        std::size_t workers = 0;  // 0: sized to the machine
+        std::size_t workers = 0;  // at most; 0: sized to the machine
     };
     explicit collector_server(const settings& settings);
     ~collector_server();
@@ -79,7 +79,7 @@ public:
     // For the connections, on the loop thread.
     const settings& configuration() const { return settings_; }
     boost::asio::io_context& loop() { return loop_; }
-    boost::asio::thread_pool& workers() { return workers_; }
+    worker_threads& workers() { return workers_; }
     std::optional<boost::asio::ssl::context>& tls() { return tls_; }
     bool stopping() const { return stopping_; }
     bool is_trusted_proxy(const std::string& address) const;
@@ -96,7 +96,7 @@ private:
     settings settings_;
     route_table routes_;
     boost::asio::io_context loop_{1};
-    boost::asio::thread_pool workers_;
+    worker_threads workers_;
     std::optional<boost::asio::ssl::context> tls_;
     boost::asio::ip::tcp::acceptor acceptor_{loop_};
     boost::asio::steady_timer accept_pause_{loop_};

@@ -48,8 +48,9 @@ struct http_request {
 // An answer: a status, header fields, and a body held whole or read piece by
 // piece (files). Content-Length and Connection are the server's.
 struct http_response {
-    // Reads at most `most` bytes at offset; an empty text is a failure.
-    using content_reader = std::function<std::string(std::uint64_t offset, std::size_t most)>;
+    // Reads at most `most` bytes at offset into `into`; returns how many, 0 on failure.
+    using content_reader =
+        std::function<std::size_t(std::uint64_t offset, char* into, std::size_t most)>;
 
     int status = 200;
     http_fields headers;

@@ -26,10 +26,9 @@ void stream_file(http_response& res, const QString& path, const char* content_ty
     auto file = std::make_shared<QFile>(path);
     if (!file->open(QIODevice::ReadOnly)) return answer_failed(res, "cannot read the file", 500);
     res.set_content_provider(
-        quint64(file->size()), content_type, [file](std::uint64_t offset, std::size_t most) {
-            std::string piece(most, '\0');
-            const qint64 n = file->seek(qint64(offset)) ? file->read(&piece[0], qint64(most)) : -1;
-            piece.resize(size_t(std::max<qint64>(n, 0)));
-            return piece;
+        quint64(file->size()), content_type,
+        [file](std::uint64_t offset, char* into, std::size_t most) {
+            const qint64 n = file->seek(qint64(offset)) ? file->read(into, qint64(most)) : -1;
+            return std::size_t(std::max<qint64>(n, 0));
         });
 }
