@@ -21,11 +21,12 @@
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
 #endif
-#include <boost/beast/http/status.hpp>
 #include <limits>
 #include <optional>
+#include <tuple>
 #include <type_traits>
 
+#include "server/answer_head.h"
 #include "server/collector_server.h"
 #include "server/content_decoding.h"
 #include "server/json_answer.h"
@@ -65,62 +66,6 @@ struct piece_body {
         value_type& body_;
     };
 };
-
-QString reason(int status) {
-    switch (status) {
-        case 400:
-            return "malformed request";
-        case 404:
-            return "not found";
-        case 405:
-            return "method not allowed";
-        case 408:
-            return "request took too long";
-        case 413:
-            return "request body too large";
-        case 414:
-            return "request line too long";
-        case 416:
-            return "bad range";
-        case 431:
-            return "request header too large";
-        case 503:
-            return "the service is stopping";
-        default:
-            return QString("HTTP status %1").arg(status);
-    }
-}
-
-// The one range of a Range header, as [first, end) of length; false when it
-// names none that can be served. Several ranges are answered with everything.
-bool single_range(const std::string& header, std::uint64_t length, std::uint64_t& first,
-                  std::uint64_t& end) {
-    first = 0;
-    end = length;
-    if (header.rfind("bytes=", 0) != 0) return false;
-    const std::string spec = header.substr(6);
-    if (spec.find(',') != std::string::npos) return true;
-    const std::size_t dash = spec.find('-');
-    const auto number = [](const std::string& text, std::uint64_t& out) {
-        if (text.empty() || text.size() > 18 ||
-            text.find_first_not_of("0123456789") != std::string::npos)
-            return false;
-        out = std::stoull(text);
-        return true;
-    };
-    std::uint64_t a = 0, b = 0;
-    const bool has_a = dash != std::string::npos && number(spec.substr(0, dash), a);
-    const bool has_b = dash != std::string::npos && number(spec.substr(dash + 1), b);
-    if (has_a && (has_b || dash + 1 == spec.size())) {
-        first = a;
-        end = has_b ? std::min(b + 1, length) : length;
-    } else if (dash == 0 && has_b) {
-        first = length - std::min(b, length);
-    } else {
-        return false;
-    }
-    return first < end;
-}
 
 template <class Stream>
 class client_connection : public connection_base,
@@ -263,7 +208,6 @@ private:
         failed_ = false;
         answer_started_ = false;
         std::string().swap(out_);
-        std::string().swap(piece_);
         parser_.emplace();
         parser_->header_limit(header_limit);
         // The routes set their own. (Boost 1.74 takes boost::none for no limit at all.)
@@ -271,7 +215,7 @@ private:
         room_ = first_read;
         if (buffer_.size() > 0) {  // the next request came with the last one
             begin_request();
-            return parse();
+            return parse_head();
         }
         buffer_.shrink_to_fit();
         read(clock_type::now() + wait);
@@ -310,31 +254,63 @@ private:
             // The client said all it will say, and may still listen.
             const bool said_all =
                 ec == asio::error::eof || ec == asio::ssl::error::stream_truncated;
-            if (head_read_ && n == 0 && said_all) return finish_body(false);
+            if (head_read_ && n == 0 && said_all)
+                return on_worker([this] { finish_body(false); }, [this] { write_answer(); });
             return close();
         }
-        parse();
+        if (head_read_) return take_body();
+        parse_head();
     }
 
-    void parse() {
+    // The head is read on the loop, until it is whole.
+    void parse_head() {
         for (;;) {
-            if (head_read_ && parser_->is_done()) return finish_body(true);
             beast::error_code ec = http::error::need_more;
-            // A body's parser takes nothing, and says nothing, from no bytes.
-            const std::size_t used = buffer_.size() > 0 ? parser_->put(buffer_.data(), ec) : 0;
-            buffer_.consume(used);
-            if (!head_read_ && parser_->is_header_done()) return head();
-            if (!parser_->get().body().empty()) {
-                // The parser goes on into the last piece's memory.
-                piece_.swap(parser_->get().body());
-                return hand_on(ec);
-            }
-            if (ec == http::error::need_more || (!ec && used == 0)) return read(reading_limit());
-            if (ec && head_read_) return finish_body(false);
+            buffer_.consume(buffer_.size() > 0 ? parser_->put(buffer_.data(), ec) : 0);
+            if (parser_->is_header_done()) return head();
+            if (ec == http::error::need_more) return read(reading_limit());
             if (ec == http::error::header_limit)
                 return refuse(head_line_length() > target_limit ? 414 : 431);
             if (ec) return refuse(400);
         }
+    }
+
+    // On a worker: hands the receiver what the buffer holds of the body and,
+    // once the body has ended, has it answer. True when the answer is ready,
+    // false when more of the body must be read.
+    bool feed() {
+        for (;;) {
+            if (parser_->is_done()) return finish_body(true), true;
+            beast::error_code ec = http::error::need_more;
+            // A body's parser takes nothing, and says nothing, from no bytes.
+            const std::size_t used = buffer_.size() > 0 ? parser_->put(buffer_.data(), ec) : 0;
+            buffer_.consume(used);
+            std::string& piece = parser_->get().body();
+            if (!piece.empty()) {
+                const bool taken = receiver_->take(piece.data(), piece.size(), res_);
+                piece.clear();  // its memory takes the next piece
+                if (!taken) return receiver_.reset(), true;
+            }
+            if (ec == http::error::need_more || (!ec && used == 0)) return false;
+            if (ec) return finish_body(false), true;
+        }
+    }
+
+    void finish_body(bool complete) {
+        receiver_->finish(req_, complete, res_);
+        receiver_.reset();
+    }
+
+    // What has come of the body goes to the receiver; then the answer, or more.
+    void take_body() {
+        on_worker([this] { answer_ready_ = feed(); }, [this] { after_taking(); });
+    }
+
+    void after_taking() {
+        if (answer_ready_) return write_answer();
+        if (server_.stopping()) return refuse(503);
+        phase_ = phase::reading;
+        read(reading_limit());
     }
 
     // How long the request line is, as far as it has come.
@@ -349,17 +325,11 @@ private:
         head_read_ = true;
         const auto& head = parser_->get();
         req_.method = std::string(head.method_string());
-        req_.target = std::string(head.target());
         req_.version = head.version();
         for (const auto& field : head)
             req_.headers.add(std::string(field.name_string()), std::string(field.value()));
-        if (req_.target.size() > target_limit) return refuse(414);
-        const std::size_t question = req_.target.find('?');
-        if (question != std::string::npos &&
-            req_.target.find('?', question + 1) != std::string::npos)
-            return refuse(400);
-        req_.path = percent_decoded(req_.target.substr(0, question), false);
-        if (question != std::string::npos) add_params(req_.target.substr(question + 1));
+        if (head.target().size() > target_limit) return refuse(414);
+        if (!req_.set_target(std::string(head.target()))) return refuse(400);
         req_.remote_address = address_;
         if (!counted_ && req_.has_header("X-Forwarded-For")) {  // from a trusted proxy
             req_.remote_address = forwarded_client();
@@ -368,21 +338,23 @@ private:
                                        QString::fromStdString(req_.remote_address));
             forwarded_ = req_.remote_address;
         }
+        parser_->eager(true);
+        // The client may wait for a word before it sends the body.
+        const bool waits = !parser_->is_done() && asks_to_continue();
         on_worker(
-            [this] {
+            [this, waits] {
                 receiver_ = server_.routes().begin(req_, res_);
                 receiver_ =
                     decoding(std::move(receiver_), req_.get_header_value("Content-Encoding"), res_);
+                // What came with the head is taken at once.
+                answer_ready_ = !receiver_ || (!waits && feed());
             },
-            [this] {
-                if (!receiver_) return write_answer();
-                if (server_.stopping() && !parser_->is_done()) return refuse(503);
-                phase_ = phase::reading;
-                parser_->eager(true);
-                if (parser_->is_done() || !asks_to_continue()) return parse();
-                // The client waits for a word before it sends the body.
+            [this, waits] {
+                if (!waits) return after_taking();
+                if (answer_ready_) return write_answer();
+                if (server_.stopping()) return refuse(503);
                 out_ = "HTTP/1.1 100 Continue\r\n\r\n";
-                write_out([this] { parse(); });
+                write_out([this] { take_body(); });
             });
     }
 
@@ -390,20 +362,6 @@ private:
         const std::string expect = req_.get_header_value("Expect");
         return req_.version >= 11 && expect.size() == 12 &&
                QString::fromStdString(expect).compare("100-continue", Qt::CaseInsensitive) == 0;
-    }
-
-    void add_params(const std::string& query) {
-        for (std::size_t begin = 0; begin <= query.size();) {
-            const std::size_t end = std::min(query.find('&', begin), query.size());
-            const std::string pair = query.substr(begin, end - begin);
-            const std::size_t equals = pair.find('=');
-            if (!pair.empty())
-                req_.params.emplace(percent_decoded(pair.substr(0, equals), true),
-                                    equals == std::string::npos
-                                        ? std::string()
-                                        : percent_decoded(pair.substr(equals + 1), true));
-            begin = end + 1;
-        }
     }
 
     // The last address in X-Forwarded-For that is not a trusted proxy's.
@@ -418,34 +376,10 @@ private:
         return client.isEmpty() ? address_ : client.toStdString();
     }
 
-    void hand_on(beast::error_code ec) {
-        on_worker(
-            [this] {
-                taken_ = receiver_->take(piece_.data(), piece_.size(), res_);
-                piece_.clear();
-            },
-            [this, ec] {
-                if (!taken_) return write_answer();
-                if (server_.stopping()) return refuse(503);
-                phase_ = phase::reading;
-                if (ec && ec != http::error::need_more) return finish_body(false);
-                parse();
-            });
-    }
-
-    void finish_body(bool complete) {
-        on_worker(
-            [this, complete] {
-                receiver_->finish(req_, complete, res_);
-                receiver_.reset();
-            },
-            [this] { write_answer(); });
-    }
-
     void refuse(int status, const QString& why = QString()) {
         receiver_.reset();
         res_ = http_response();
-        answer_failed(res_, why.isEmpty() ? reason(status) : why, status);
+        answer_failed(res_, why.isEmpty() ? refusal_reason(status) : why, status);
         res_.close_connection = true;
         write_answer();
     }
@@ -453,42 +387,11 @@ private:
     void write_answer() {
         phase_ = phase::answering;
         answer_started_ = true;
-        if (res_.status >= 400 && res_.body.empty() && !res_.reader)
-            answer_failed(res_, reason(res_.status), res_.status);
-        // After a refusal the rest of the request may still be on its way:
-        // the connection cannot carry another one.
-        if (res_.status >= 400 && res_.status != 404) res_.close_connection = true;
-        out_at_ = 0;
-        out_end_ = res_.body_length();
-        const bool ranged = req_.method == "GET" || req_.method == "HEAD";
-        if (res_.status == 200 && ranged && req_.has_header("Range") &&
-            !single_range(req_.get_header_value("Range"), out_end_, out_at_, out_end_)) {
-            res_ = http_response();
-            answer_failed(res_, reason(416), 416);
-            res_.close_connection = true;
-            out_at_ = 0;
-            out_end_ = res_.body_length();
-        } else if (out_end_ - out_at_ != res_.body_length()) {
-            res_.status = 206;
-            res_.set_header("Content-Range", "bytes " + std::to_string(out_at_) + "-" +
-                                                 std::to_string(out_end_ - 1) + "/" +
-                                                 std::to_string(res_.body_length()));
-        }
+        std::tie(out_at_, out_end_) = shape_answer(req_, res_);
         keep_alive_ = !res_.close_connection && rules_.keep_alive && parser_ &&
                       parser_->is_done() && parser_->keep_alive() && !server_.stopping() &&
                       served_ + 1 < rules_.requests_per_connection;
-        const int status = res_.status;
-        out_ = "HTTP/1.1 " + std::to_string(status) + " " +
-               std::string(http::obsolete_reason(http::int_to_status(unsigned(status)))) + "\r\n";
-        res_.headers.erase("Content-Length");
-        res_.headers.erase("Connection");
-        for (const auto& [name, value] : res_.headers.all()) out_ += name + ": " + value + "\r\n";
-        out_ += "Content-Length: " + std::to_string(out_end_ - out_at_) + "\r\n";
-        if (!keep_alive_)
-            out_ += "Connection: close\r\n";
-        else if (req_.version == 10)
-            out_ += "Connection: keep-alive\r\n";
-        out_ += "\r\n";
+        out_ = answer_head(res_, out_end_ - out_at_, keep_alive_, req_.version);
         if (req_.method == "HEAD") out_end_ = out_at_;
         if (!res_.reader) {
             const auto first = std::min<std::uint64_t>(out_end_ - out_at_, piece_size);
@@ -609,11 +512,10 @@ private:
     http_request req_;
     http_response res_;
     std::unique_ptr<body_receiver> receiver_;
-    bool taken_ = true;
+    bool answer_ready_ = false;
     bool failed_ = false;  // a route threw
     bool answer_started_ = false;
     bool keep_alive_ = false;
-    std::string piece_;  // of the body, on its way to the receiver
     std::string out_;
     std::uint64_t out_at_ = 0;
     std::uint64_t out_end_ = 0;

@@ -61,6 +61,27 @@ bool http_request::is_multipart_form_data() const {
     return headers.value("Content-Type").rfind("multipart/form-data", 0) == 0;
 }
 
+bool http_request::set_target(std::string sent) {
+    target = std::move(sent);
+    const std::size_t question = target.find('?');
+    if (question != std::string::npos && target.find('?', question + 1) != std::string::npos)
+        return false;
+    path = percent_decoded(target.substr(0, question), false);
+    const std::string query = question == std::string::npos ? "" : target.substr(question + 1);
+    for (std::size_t begin = 0; begin < query.size();) {
+        const std::size_t end = std::min(query.find('&', begin), query.size());
+        const std::string pair = query.substr(begin, end - begin);
+        const std::size_t equals = pair.find('=');
+        if (!pair.empty())
+            params.emplace(percent_decoded(pair.substr(0, equals), true),
+                           equals == std::string::npos
+                               ? std::string()
+                               : percent_decoded(pair.substr(equals + 1), true));
+        begin = end + 1;
+    }
+    return true;
+}
+
 void http_response::set_content(std::string content, const char* content_type) {
     body = std::move(content);
     reader = nullptr;

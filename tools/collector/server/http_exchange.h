@@ -43,6 +43,8 @@ struct http_request {
     std::uint64_t get_header_number(const std::string& name) const;
     std::string get_param_value(const std::string& key) const;
     bool is_multipart_form_data() const;
+    // Sets target, and path and params from it; false when it holds a second '?'.
+    bool set_target(std::string sent);
 };
 
 // An answer: a status, header fields, and a body held whole or read piece by
