@@ -40,9 +40,10 @@ struct connection_rules {
 // connection (reading, writing, TLS, deadlines), so that a connection that is
 // reading, idle or slow costs memory and no thread; worker threads, as many
 // as the work needs up to what suits the machine, run the routes, which may
-// wait for the database or the disk. Only GET, HEAD and POST are served, other methods are refused
-// before their body is read; every refusal gets a JSON body, and a request
-// that ran out of time is answered 408 when the client still listens.
+// wait for the database or the disk. Only GET, HEAD and POST are served,
+// other methods are refused before their body is read; every refusal gets a
+// JSON body, and a request that ran out of time is answered 408 when the
+// client still listens.
 class collector_server {
 public:
     struct settings {
