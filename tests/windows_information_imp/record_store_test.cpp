@@ -88,7 +88,7 @@ TEST_F(store_test, pruning_deletes_usage_records_older_than_remain_days_oldest_f
     }
 }
 
-TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
+TEST_F(store_test, an_existing_file_reads_back_as_its_ini_keys_give_them) {
     const QByteArray json = u8"{\n    \"industry\": \"齿科\",\n    \"score\": 5\n}\n";
     api::write_record_file("keploinfo/ours.score2", json, "score");
     const QSettings read_plainly("keploinfo/ours.score2", QSettings::IniFormat);
@@ -96,17 +96,30 @@ TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
     EXPECT_EQ(read_plainly.value("data").type(), QVariant::ByteArray);
     QSettings("keploinfo/theirs.info2", QSettings::IniFormat).setValue("type", "feedback");
     QSettings("keploinfo/odd.info2", QSettings::IniFormat).setValue("data", "no byte array");
+    const std::pair<const char*, QByteArray> files[] = {
+        {"garbage.txt", "hello"},
+        {"extra.info2", "[General]\ntype=scan\nextra=\"a, b\"\n[Other]\nx=1\n"},
+        {"variant.info2", "type=scan\nx=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x6)\n"},
+        {"huge.info2", "type=scan\n" + QByteArray(17 << 20, ';')}};
+    for (const auto& [name, bytes] : files) {
+        QFile file(QString("keploinfo/") + name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
     ASSERT_TRUE(
         QFile::link(write_record("../elsewhere.info2", now_in_seconds()), "keploinfo/link.info2"));
     QDir().mkpath("keploinfo/folder.info2");
     const QString untouched = "untoucheduntouched";
     const std::tuple<const char*, int, QString> rows[] = {
         {"ours.score2", 0, QString::fromUtf8(json) + "score"},
-        {"theirs.info2", 0, "feedback"},  // without data
-        {"missing.info2", -1, untouched},
-        {"odd.info2", -1, untouched},
-        {"link.info2", -1, untouched},
-        {"folder.info2", -1, untouched}};
+        {"theirs.info2", 0, "feedback"},                               // without data
+        {"odd.info2", 0, "no byte array"},                             // data as text, no type
+        {"garbage.txt", 0, ""},                                        // neither key
+        {"extra.info2", 0, "scan"},                                    // other keys and sections
+        {"link.info2", 0, "{\"name\": \"../elsewhere.info2\"}usage"},  // what it leads to
+        {"folder.info2", 0, ""},                                       // exists, holds no keys
+        {"variant.info2", 0, ""},  // would make QSettings rebuild a Qt type
+        {"huge.info2", 0, ""},     // larger than any record
+        {"missing.info2", -1, untouched}};
     for (const auto& [name, result, data_and_type] : rows) {
         QString data = "untouched", type = "untouched";
         const QString path = QFileInfo(QString("keploinfo/") + name).absoluteFilePath();
@@ -118,21 +131,26 @@ TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
         "file not exist" + QFileInfo("keploinfo/missing.info2").absoluteFilePath().toStdString()));
 }
 
-TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
+TEST(record_shape, qsettings_reads_only_texts_where_no_value_can_name_a_qt_type) {
     const std::pair<const char*, bool> rows[] = {
+        // Shaped like a record: '@' only where the library writes a byte array.
         {"[General]\ndata=@ByteArray({\\\"a\\\":1})\ntype=usage\n", true},
         {"[General]\r\ndata=\"@ByteArray({\\\"a\\\": 1, \\\"b\\\": 2})\"\r\ntype=score\r\n", true},
         {"type=\"a&type=b\"\n", true},
         {"type=\"\"\n", true},
-        {"type=\"\n", false},
+        // Any other text, as long as no value can start with '@'.
+        {"hello", true},
+        {"type=\"\n", true},
+        {"[Other]\ndata=x, y\n;comment \\n\\\"\n", true},
         {"data=@ByteArray(x), @Rect(1 2 3 4)\n", false},  // a list: each element is obeyed
         {"data=\"@Rect(1 2 3 4)\"\n", false},
         {"data=\"@ByteArray(x)\", \"@Rect(1 2 3 4)\"\n", false},
         {"type=\\x40Variant(\\0\\0)\n", false},  // an escaped '@'
+        {"type=\\100Variant()\n", false},        // the same in octal
         {"type=@Variant(\\0\\0)\n", false},
         {"=\r\xb3=@Variant(\\0)\n", false},  // a carriage return ends a line too
         {"[Other]\ndata=@ByteArray(x)\n", false}};
-    for (const auto& [ini, record] : rows) EXPECT_EQ(api::shaped_like_a_record(ini), record) << ini;
+    for (const auto& [ini, safe] : rows) EXPECT_EQ(api::safe_for_qsettings(ini), safe) << ini;
 }
 
 TEST_F(store_test, settings_give_the_upload_configuration) {

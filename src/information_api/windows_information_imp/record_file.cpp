@@ -1,5 +1,7 @@
 #include "record_file.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
 
@@ -14,6 +16,10 @@ void write_record_file(const QString& path, const QByteArray& json, const QStrin
 }
 
 namespace {
+
+// A record is a usage document with its events: kilobytes. A larger file is
+// not one of the library's records, and is not read whole into memory.
+constexpr qint64 max_record_file_size = 16 * 1024 * 1024;
 
 // One string as QSettings writes it, in quotes when it holds a comma or
 // another special character, with escapes inside. Outside escapes no quote
@@ -47,6 +53,26 @@ bool shaped_like_a_record(const QByteArray& ini) {
         return false;
     }
     return true;
+}
+
+bool safe_for_qsettings(const QByteArray& ini) {
+    if (shaped_like_a_record(ini)) return true;
+    if (ini.contains('@')) return false;
+    // "\x40" and "\100" unescape to '@'; any hex or octal escape is taken as one.
+    for (int i = ini.indexOf('\\'); i >= 0 && i + 1 < ini.size(); i = ini.indexOf('\\', i + 1)) {
+        const char next = ini[i + 1];
+        if (next == 'x' || (next >= '0' && next <= '7')) return false;
+    }
+    return true;
+}
+
+record_values read_record_values(const QString& path) {
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || file.size() > max_record_file_size ||
+        !file.open(QIODevice::ReadOnly) || !safe_for_qsettings(file.readAll()))
+        return {};
+    const QSettings record(path, QSettings::IniFormat);
+    return {QString::fromUtf8(record.value("data").toByteArray()), record.value("type").toString()};
 }
 
 QString cut_module_file(const QString& path) {
