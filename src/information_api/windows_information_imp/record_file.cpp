@@ -17,9 +17,10 @@ void write_record_file(const QString& path, const QByteArray& json, const QStrin
 
 namespace {
 
-// A record is a usage document with its events: kilobytes. A larger file is
-// not one of the library's records, and is not read whole into memory.
-constexpr qint64 max_record_file_size = 16 * 1024 * 1024;
+// A record is a usage document with its events, or a host's feedback text:
+// kilobytes. A file a thousand times larger than any record is not read
+// whole into memory (QSettings holds several copies of it).
+constexpr qint64 max_record_file_size = 256 * 1024 * 1024;
 
 // One string as QSettings writes it, in quotes when it holds a comma or
 // another special character, with escapes inside. Outside escapes no quote
@@ -55,13 +56,34 @@ bool shaped_like_a_record(const QByteArray& ini) {
     return true;
 }
 
+namespace {
+
+// Whether an element of a value (or of a comma-separated list) can start at
+// text[from], blanks skipped, with something that QSettings turns into
+// another Qt type than text: '@' not followed by a name it keeps as text or a
+// byte array, or an escape, which could make an '@' or vanish before one.
+bool element_may_name_a_qt_type(const QByteArray& text, int from) {
+    while (from < text.size() && (text[from] == ' ' || text[from] == '\t')) ++from;
+    if (from >= text.size()) return false;
+    if (text[from] == '\\') return true;
+    if (text[from] != '@') return false;
+    const QByteArray rest = text.mid(from + 1, 10);
+    return !rest.startsWith('@') && !rest.startsWith("ByteArray(");
+}
+
+}  // namespace
+
 bool safe_for_qsettings(const QByteArray& ini) {
     if (shaped_like_a_record(ini)) return true;
-    if (ini.contains('@')) return false;
-    // "\x40" and "\100" unescape to '@'; any hex or octal escape is taken as one.
-    for (int i = ini.indexOf('\\'); i >= 0 && i + 1 < ini.size(); i = ini.indexOf('\\', i + 1)) {
-        const char next = ini[i + 1];
-        if (next == 'x' || (next >= '0' && next <= '7')) return false;
+    // Elements start after a line's start, '=', ',' and '"' (a quoted part
+    // may be empty). Looking after every one of them, also in keys,
+    // comments and quoted texts, takes in more than QSettings parses.
+    if (element_may_name_a_qt_type(ini, 0)) return false;
+    for (int i = 0; i < ini.size(); ++i) {
+        const char c = ini[i];
+        if ((c == '\n' || c == '\r' || c == '=' || c == ',' || c == '"') &&
+            element_may_name_a_qt_type(ini, i + 1))
+            return false;
     }
     return true;
 }

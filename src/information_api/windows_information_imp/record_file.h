@@ -19,8 +19,8 @@ bool shaped_like_a_record(const QByteArray& ini);
 // with '@' (also after unescaping, in quotes or in a comma-separated list)
 // into the Qt type it names, and some of those crash the process when they
 // are malformed; a text is safe when it is shaped like a record, or when no
-// value of it can start with '@': no '@' anywhere and no escape that could
-// make one.
+// value of it can start with '@' other than as a byte array or an escaped
+// '@' ("@@"), nor with an escape that could make one.
 bool safe_for_qsettings(const QByteArray& ini);
 
 // "data" and "type" as an existing file gives them when it is opened as INI

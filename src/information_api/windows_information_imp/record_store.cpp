@@ -63,10 +63,16 @@ qint64 modified_msecs(const QString& path) {
 std::vector<record_entry> records_oldest_first(const QString& extension) {
     const QString folder = QDir(record_folder).absolutePath() + '/';
     std::vector<record_entry> records;
-    // Hidden too: a session that never started writes its usage record as
-    // ".info2", which is an ordinary file on Windows. Records are regular
-    // files: a link could lead to any file of the machine.
-    QDirIterator entries(record_folder, QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    // Files, as a QDir filter gives them: links to files among them, never
+    // folders, devices, pipes or sockets. On Linux dot files too: a session
+    // that never started writes its usage record as ".info2", which is an
+    // ordinary file on Windows.
+#ifdef _WIN32
+    const QDir::Filters files = QDir::Files;
+#else
+    const QDir::Filters files = QDir::Files | QDir::Hidden;
+#endif
+    QDirIterator entries(record_folder, files);
     while (entries.hasNext()) {
         entries.next();
         const QString name = entries.fileName();
