@@ -35,6 +35,10 @@ fi
 "$root/scripts/install-deps.sh" postgresql postgresql-common ||
   echo "test.sh: could not install PostgreSQL; the collector's tests on it will be skipped" >&2
 
+# The packaging tests: dpkg-shlibdeps (dpkg-dev) finds the packages'
+# dependencies, lintian checks them, systemd-analyze (systemd) the unit.
+"$root/scripts/install-deps.sh" dpkg-dev lintian systemd
+
 launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$root" -B "$build" -G Ninja -DINFORMATION_API_BUILD_TESTS=ON \
