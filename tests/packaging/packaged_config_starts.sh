@@ -56,7 +56,10 @@ answer="$(ask POST "/d?type=usage" "$body")"
 grep -q '{"status":"success"}' <<<"$answer" || { echo "upload: $answer"; exit 1; }
 [ "$("${stored[@]}" 'SELECT body FROM information')" = "$body" ]
 chart="$(ask GET /dashboard/chart.min.js)"
-grep -q "^HTTP/1.1 200" <<<"$chart" && grep -q "Chart.js v" <<<"$chart" || { echo "Chart.js: ${chart:0:200}"; exit 1; }
+if ! grep -q "^HTTP/1.1 200" <<<"$chart" || ! grep -q "Chart.js v" <<<"$chart"; then
+  echo "Chart.js: ${chart:0:200}"
+  exit 1
+fi
 kill -TERM "$pid"
 wait "$pid"
 pid=""
