@@ -7,13 +7,8 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 sanitize=OFF
 [ "${1:-}" = --sanitize ] && sanitize=ON
 
-# The dashboard's browser test drives Debian's headless Chromium with
-# playwright-core from npm (it installs that itself), which needs Node.js.
-browser_test=(chromium-headless-shell)
-command -v npm >/dev/null 2>&1 || browser_test+=(nodejs npm)
-
 if [ $sanitize = ON ]; then
-  "$root/scripts/install-deps.sh" "${browser_test[@]}"
+  "$root/scripts/install-deps.sh"
   build="${SANITIZE_BUILD_DIR:-$root/build-sanitize}"
   # Qt's offscreen platform plugin keeps a few objects for the whole process;
   # the suppressions name each of them with its reason.
@@ -24,15 +19,25 @@ if [ $sanitize = ON ]; then
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 else
   # The cross compiler and Wine run the Windows machine profile check.
-  "$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix "${browser_test[@]}"
+  "$root/scripts/install-deps.sh" wine64 g++-mingw-w64-x86-64-posix
   build="${BUILD_DIR:-$root/build}"
 fi
+
+# The dashboard's browser test drives Debian's Chromium through its driver
+# with Debian's Selenium for Python; nothing of it comes from elsewhere.
+# Without them it says which is missing and is reported skipped.
+"$root/scripts/install-deps.sh" chromium chromium-driver python3-selenium ||
+  echo "test.sh: could not install Chromium, its driver or Selenium; the dashboard's browser test will be skipped" >&2
 
 # The collector's tests on PostgreSQL make a throwaway cluster with
 # pg_virtualenv (postgresql-common) from the server in postgresql; without
 # them those tests say why and are reported skipped.
 "$root/scripts/install-deps.sh" postgresql postgresql-common ||
   echo "test.sh: could not install PostgreSQL; the collector's tests on it will be skipped" >&2
+
+# The packaging tests: dpkg-shlibdeps (dpkg-dev) finds the packages'
+# dependencies, lintian checks them, systemd-analyze (systemd) the unit.
+"$root/scripts/install-deps.sh" dpkg-dev lintian systemd
 
 launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)

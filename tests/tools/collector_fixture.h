@@ -74,10 +74,11 @@ public:
         connectToHost("127.0.0.1", quint16(port)), waitForConnected();
     }
     void send(const QByteArray& bytes) { write(bytes), waitForBytesWritten(1000); }
-    // What arrives within timeout_ms, or until the server closes.
-    QByteArray receive(int timeout_ms) {
-        QByteArray received;
-        for (const QDeadlineTimer deadline(timeout_ms); !closed() && !deadline.hasExpired();)
+    // What arrives within timeout_ms, until it holds until (when given) or the server closes.
+    QByteArray receive(int timeout_ms, const QByteArray& until = {}) {
+        QByteArray received = readAll();
+        for (const QDeadlineTimer deadline(timeout_ms);
+             !closed() && !deadline.hasExpired() && !(until.size() && received.contains(until));)
             if (waitForReadyRead(int(deadline.remainingTime()))) received += readAll();
         return received + readAll();
     }

@@ -26,30 +26,32 @@ TEST_F(store_test, due_records_were_last_written_three_seconds_before_the_start)
     // clang-format off
     const std::pair<const char*, int> rows[] = {  // the name, the last write from the start
         {"ten.info2", -10}, {"three.info2", -3}, {"two.info2", -2}, {"running.info2", 5},
-        {".info2", -60},  // the usage record of a session that never started
+        {".info2", -60},  // the usage record of a session that never started (Linux: a dot file)
         // Equal times come in the order of a time-sorted folder walked backwards.
         {"b.info2", -30}, {"d.info2", -30}, {"a.info2", -30},
         {"old.score2", -100}, {"new.score2", 5},  // scores are listed apart, whatever their age
-        {"../elsewhere.info2", -60}};             // a record outside, reached by links
+        {"../elsewhere.info2", -60}};             // a record outside, listed through links
     // clang-format on
     for (const auto& [name, seconds] : rows) write_record(name, start.addSecs(seconds));
     for (const char* link : {"keploinfo/link.info2", "keploinfo/link.score2"})
         ASSERT_TRUE(QFile::link(workdir_.filePath("elsewhere.info2"), link));
     QDir().mkpath("keploinfo/folder.info2");
     QStringList listed{"first", "second"}, expected = listed;
-    for (const char* name : {".info2", "d.info2", "b.info2", "a.info2", "ten.info2", "three.info2"})
+    for (const char* name :
+         {"link.info2", ".info2", "d.info2", "b.info2", "a.info2", "ten.info2", "three.info2"})
         expected << QFileInfo("keploinfo/" + QString(name)).absoluteFilePath();
 
     EXPECT_EQ(manager_->list_due_records(listed), 0) << "without a start time nothing is due";
     EXPECT_EQ(listed.size(), 2);
     qApp->setProperty("start_time", start);
-    EXPECT_EQ(manager_->list_due_records(listed), 8) << "the size after the last append";
+    EXPECT_EQ(manager_->list_due_records(listed), 9) << "the size after the last append";
     EXPECT_EQ(listed, expected);
-    EXPECT_TRUE(logs_.contains("day_diff10upload file " + expected[6].toStdString()));
-    EXPECT_EQ(logs_.count("upload file "), 6);
+    EXPECT_TRUE(logs_.contains("day_diff10upload file " + expected[7].toStdString()));
+    EXPECT_EQ(logs_.count("upload file "), 7);
     QStringList scores{"first"};
     manager_->list_score_files(scores);
     EXPECT_EQ(scores, (QStringList{"first", QFileInfo("keploinfo/old.score2").absoluteFilePath(),
+                                   QFileInfo("keploinfo/link.score2").absoluteFilePath(),
                                    QFileInfo("keploinfo/new.score2").absoluteFilePath()}));
     EXPECT_TRUE(logs_.contains("file=old.score2") && logs_.contains("file=new.score2"));
     EXPECT_EQ(record_names().size(), 12) << "listing removes nothing";
@@ -88,7 +90,7 @@ TEST_F(store_test, pruning_deletes_usage_records_older_than_remain_days_oldest_f
     }
 }
 
-TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
+TEST_F(store_test, an_existing_file_reads_back_as_its_ini_keys_give_them) {
     const QByteArray json = u8"{\n    \"industry\": \"齿科\",\n    \"score\": 5\n}\n";
     api::write_record_file("keploinfo/ours.score2", json, "score");
     const QSettings read_plainly("keploinfo/ours.score2", QSettings::IniFormat);
@@ -96,17 +98,33 @@ TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
     EXPECT_EQ(read_plainly.value("data").type(), QVariant::ByteArray);
     QSettings("keploinfo/theirs.info2", QSettings::IniFormat).setValue("type", "feedback");
     QSettings("keploinfo/odd.info2", QSettings::IniFormat).setValue("data", "no byte array");
+    const std::pair<const char*, QByteArray> files[] = {
+        {"garbage.txt", "hello"},
+        {"extra.info2", "[General]\ntype=scan\nextra=\"a, b\"\n[Other]\nx=1\n"},
+        {"variant.info2", "type=scan\nx=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x6)\n"},
+        {"email.info2", "type=feedback\nfrom=me@example.com\n"},
+        {"huge.info2", "type=scan\n"}};
+    for (const auto& [name, bytes] : files) {
+        QFile file(QString("keploinfo/") + name);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
+    ASSERT_TRUE(QFile("keploinfo/huge.info2").resize(qint64(257) << 20));  // sparse
     ASSERT_TRUE(
         QFile::link(write_record("../elsewhere.info2", now_in_seconds()), "keploinfo/link.info2"));
     QDir().mkpath("keploinfo/folder.info2");
     const QString untouched = "untoucheduntouched";
     const std::tuple<const char*, int, QString> rows[] = {
         {"ours.score2", 0, QString::fromUtf8(json) + "score"},
-        {"theirs.info2", 0, "feedback"},  // without data
-        {"missing.info2", -1, untouched},
-        {"odd.info2", -1, untouched},
-        {"link.info2", -1, untouched},
-        {"folder.info2", -1, untouched}};
+        {"theirs.info2", 0, "feedback"},                               // without data
+        {"odd.info2", 0, "no byte array"},                             // data as text, no type
+        {"garbage.txt", 0, ""},                                        // neither key
+        {"extra.info2", 0, "scan"},                                    // other keys and sections
+        {"link.info2", 0, "{\"name\": \"../elsewhere.info2\"}usage"},  // what it leads to
+        {"folder.info2", 0, ""},                                       // exists, holds no keys
+        {"variant.info2", 0, ""},        // would make QSettings rebuild a Qt type
+        {"email.info2", 0, "feedback"},  // an '@' inside a value
+        {"huge.info2", 0, ""},           // larger than any record
+        {"missing.info2", -1, untouched}};
     for (const auto& [name, result, data_and_type] : rows) {
         QString data = "untouched", type = "untouched";
         const QString path = QFileInfo(QString("keploinfo/") + name).absoluteFilePath();
@@ -118,21 +136,31 @@ TEST_F(store_test, only_a_regular_file_shaped_like_a_record_reads_back) {
         "file not exist" + QFileInfo("keploinfo/missing.info2").absoluteFilePath().toStdString()));
 }
 
-TEST(record_shape, only_what_the_library_writes_is_read_with_qsettings) {
+TEST(record_shape, qsettings_reads_only_texts_where_no_value_can_name_a_qt_type) {
     const std::pair<const char*, bool> rows[] = {
+        // Shaped like a record: '@' only where the library writes a byte array.
         {"[General]\ndata=@ByteArray({\\\"a\\\":1})\ntype=usage\n", true},
         {"[General]\r\ndata=\"@ByteArray({\\\"a\\\": 1, \\\"b\\\": 2})\"\r\ntype=score\r\n", true},
         {"type=\"a&type=b\"\n", true},
         {"type=\"\"\n", true},
-        {"type=\"\n", false},
+        // Any other text, as long as no value can start with '@'.
+        {"hello", true},
+        {"type=\"\n", true},
+        {"[Other]\ndata=x, y\n;comment \\n\\\"\n", true},
+        {"type=scan\nfrom=me@example.com ;@Variant(\\0)\n", true},   // no element starts with '@'
+        {"type=caf\\xe9, @@Variant(\\0), @ByteArray(\\0)\n", true},  // text, text, bytes
+        {"[Other]\ndata=@ByteArray(x)\n", true},
         {"data=@ByteArray(x), @Rect(1 2 3 4)\n", false},  // a list: each element is obeyed
         {"data=\"@Rect(1 2 3 4)\"\n", false},
         {"data=\"@ByteArray(x)\", \"@Rect(1 2 3 4)\"\n", false},
         {"type=\\x40Variant(\\0\\0)\n", false},  // an escaped '@'
+        {"type=\\100Variant()\n", false},        // the same in octal
+        {"type=\\q@Variant()\n", false},         // an escape that vanishes
+        {"type=\"\"@Variant()\n", false},        // an empty quoted part
+        {"type=a\\\n@Variant()\n", false},       // a continued line
         {"type=@Variant(\\0\\0)\n", false},
-        {"=\r\xb3=@Variant(\\0)\n", false},  // a carriage return ends a line too
-        {"[Other]\ndata=@ByteArray(x)\n", false}};
-    for (const auto& [ini, record] : rows) EXPECT_EQ(api::shaped_like_a_record(ini), record) << ini;
+        {"=\r\xb3=@Variant(\\0)\n", false}};  // a carriage return ends a line too
+    for (const auto& [ini, safe] : rows) EXPECT_EQ(api::safe_for_qsettings(ini), safe) << ini;
 }
 
 TEST_F(store_test, settings_give_the_upload_configuration) {

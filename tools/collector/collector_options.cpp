@@ -5,9 +5,13 @@
 #include <QCommandLineParser>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QUrl>
 #include <boost/asio/ip/address.hpp>
 #include <cstdio>
 #include <limits>
+
+#include "config_file.h"
+#include "storage/collector_database.h"
 
 namespace {
 
@@ -46,6 +50,11 @@ int parse_options(const QStringList& arguments, collector_options& out) {
         "SQLite file to store into (default collector.sqlite), or a PostgreSQL URI "
         "(postgresql://user@host/database; what it leaves out comes from the PG* variables).",
         "file or URI", "collector.sqlite");
+    const QCommandLineOption passfile(
+        "passfile",
+        "libpq password file for a PostgreSQL --database (host:port:database:user:password "
+        "lines, mode 0600), so that no password needs to be on the command line.",
+        "file");
     const QCommandLineOption upload_dir("upload-dir",
                                         "Folder for uploaded files (default collector_files).",
                                         "folder", "collector_files");
@@ -74,13 +83,31 @@ int parse_options(const QStringList& arguments, collector_options& out) {
         "Address of a proxy in front of the collector: its X-Forwarded-For names the client. "
         "Repeat for several.",
         "address");
-    parser.addOptions({host, port, database, upload_dir, software_dir, files_dir, app_id, cert, key,
-                       max_body, timeout, no_keep_alive, idle_timeout, per_address, trust_proxy});
+    const QList<QCommandLineOption> options = {
+        host, port, database, passfile, upload_dir,    software_dir, files_dir,   app_id,
+        cert, key,  max_body, timeout,  no_keep_alive, idle_timeout, per_address, trust_proxy};
+    parser.addOptions(options);
+    const QCommandLineOption config(
+        "config",
+        "Options from a file: \"key = value\" lines, the key being an option's long name; the "
+        "command line wins.",
+        "file");
+    parser.addOption(config);
 
     if (!parser.parse(arguments)) return usage_error(parser, parser.errorText());
     if (parser.isSet("help")) {
         std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
         return 0;
+    }
+    if (parser.isSet(config)) {
+        QString error;
+        const QStringList with_file = with_config_file(
+            parser.value(config), options, {"app-id", "trust-proxy"}, parser, arguments, error);
+        if (with_file.isEmpty()) {
+            std::fprintf(stderr, "information_collector: %s\n", error.toLocal8Bit().constData());
+            return 2;
+        }
+        if (!parser.parse(with_file)) return usage_error(parser, parser.errorText());
     }
     if (!parser.positionalArguments().isEmpty())
         return usage_error(parser, "unexpected argument " + parser.positionalArguments().first());
@@ -121,6 +148,13 @@ int parse_options(const QStringList& arguments, collector_options& out) {
             out.server.hosts.push_back(name.toStdString());
     }
     out.database = parser.value(database);
+    if (parser.isSet(passfile)) {
+        if (!collector_database::is_postgresql(out.database))
+            return usage_error(parser, "--passfile goes with a PostgreSQL --database");
+        out.database +=
+            (out.database.contains('?') ? "&passfile=" : "?passfile=") +
+            QUrl::toPercentEncoding(QFileInfo(parser.value(passfile)).absoluteFilePath());
+    }
     out.cert = parser.value(cert);
     out.key = parser.value(key);
     if (out.cert.isEmpty() != out.key.isEmpty())

@@ -1,5 +1,7 @@
 #include "record_file.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
 
@@ -14,6 +16,11 @@ void write_record_file(const QString& path, const QByteArray& json, const QStrin
 }
 
 namespace {
+
+// A record is a usage document with its events, or a host's feedback text:
+// kilobytes. A file a thousand times larger than any record is not read
+// whole into memory (QSettings holds several copies of it).
+constexpr qint64 max_record_file_size = 256 * 1024 * 1024;
 
 // One string as QSettings writes it, in quotes when it holds a comma or
 // another special character, with escapes inside. Outside escapes no quote
@@ -47,6 +54,47 @@ bool shaped_like_a_record(const QByteArray& ini) {
         return false;
     }
     return true;
+}
+
+namespace {
+
+// Whether an element of a value (or of a comma-separated list) can start at
+// text[from], blanks skipped, with something that QSettings turns into
+// another Qt type than text: '@' not followed by a name it keeps as text or a
+// byte array, or an escape, which could make an '@' or vanish before one.
+bool element_may_name_a_qt_type(const QByteArray& text, int from) {
+    while (from < text.size() && (text[from] == ' ' || text[from] == '\t')) ++from;
+    if (from >= text.size()) return false;
+    if (text[from] == '\\') return true;
+    if (text[from] != '@') return false;
+    const QByteArray rest = text.mid(from + 1, 10);
+    return !rest.startsWith('@') && !rest.startsWith("ByteArray(");
+}
+
+}  // namespace
+
+bool safe_for_qsettings(const QByteArray& ini) {
+    if (shaped_like_a_record(ini)) return true;
+    // Elements start after a line's start, '=', ',' and '"' (a quoted part
+    // may be empty). Looking after every one of them, also in keys,
+    // comments and quoted texts, takes in more than QSettings parses.
+    if (element_may_name_a_qt_type(ini, 0)) return false;
+    for (int i = 0; i < ini.size(); ++i) {
+        const char c = ini[i];
+        if ((c == '\n' || c == '\r' || c == '=' || c == ',' || c == '"') &&
+            element_may_name_a_qt_type(ini, i + 1))
+            return false;
+    }
+    return true;
+}
+
+record_values read_record_values(const QString& path) {
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || file.size() > max_record_file_size ||
+        !file.open(QIODevice::ReadOnly) || !safe_for_qsettings(file.readAll()))
+        return {};
+    const QSettings record(path, QSettings::IniFormat);
+    return {QString::fromUtf8(record.value("data").toByteArray()), record.value("type").toString()};
 }
 
 QString cut_module_file(const QString& path) {

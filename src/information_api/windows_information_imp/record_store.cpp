@@ -6,9 +6,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
-#include <QSettings>
-#include <QVariant>
 #include <algorithm>
 #include <vector>
 
@@ -30,10 +27,6 @@ namespace information_api {
 namespace {
 
 const char* const record_folder = "./keploinfo/";
-
-// A record is a usage document with its events: kilobytes. A larger file is
-// not one of the library's records.
-constexpr qint64 max_record_file_size = 16 * 1024 * 1024;
 
 struct record_entry {
     QString name;
@@ -70,10 +63,16 @@ qint64 modified_msecs(const QString& path) {
 std::vector<record_entry> records_oldest_first(const QString& extension) {
     const QString folder = QDir(record_folder).absolutePath() + '/';
     std::vector<record_entry> records;
-    // Hidden too: a session that never started writes its usage record as
-    // ".info2", which is an ordinary file on Windows. Records are regular
-    // files: a link could lead to any file of the machine.
-    QDirIterator entries(record_folder, QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    // Files, as a QDir filter gives them: links to files among them, never
+    // folders, devices, pipes or sockets. On Linux dot files too: a session
+    // that never started writes its usage record as ".info2", which is an
+    // ordinary file on Windows.
+#ifdef _WIN32
+    const QDir::Filters files = QDir::Files;
+#else
+    const QDir::Filters files = QDir::Files | QDir::Hidden;
+#endif
+    QDirIterator entries(record_folder, files);
     while (entries.hasNext()) {
         entries.next();
         const QString name = entries.fileName();
@@ -86,13 +85,6 @@ std::vector<record_entry> records_oldest_first(const QString& extension) {
         return a.name > b.name;
     });
     return records;
-}
-
-// Whether a file is no larger than a record can be and shaped like one.
-bool holds_a_record(const QString& path) {
-    QFile file(path);
-    if (file.size() > max_record_file_size || !file.open(QIODevice::ReadOnly)) return false;
-    return shaped_like_a_record(file.readAll());
 }
 
 // The host sets "start_time" on its application object; without it (or
@@ -149,17 +141,12 @@ int windows_information_imp::read_record_file(const QString& path, QString& data
         LOG(INFO) << "file not exist" << path.toStdString();
         return -1;
     }
-    // Only a regular file is a record: never what a link leads to, nor a
-    // file the library cannot have written.
-    const QFileInfo file(path);
-    if (file.isSymLink() || !file.isFile() || !holds_a_record(path)) {
-        LOG(WARNING) << "not a record file: " << path.toStdString();
-        return -1;
-    }
-    const QSettings record(path, QSettings::IniFormat);
-    type = record.value("type").toString();
+    // Read without QSettings' rebuilding of Qt types where a value could ask
+    // for one: such a file, like one that is no regular file, gives empty values.
+    const record_values record = read_record_values(path);
+    type = record.type;
     qDebug() << "type=" << type;
-    data = QString::fromUtf8(record.value("data").toByteArray());
+    data = record.data;
     return 0;
 }
 

@@ -1,31 +1,23 @@
 #!/usr/bin/env bash
-# Runs dashboard_browser_test.mjs: installs playwright-core (package-lock.json)
-# into WORK once, then drives Debian's chromium-headless-shell with it.
-# Exits 77, which CTest reports as skipped, saying why, when the browser,
-# Node.js or the npm package cannot be had.
-#   run_browser_test.sh WORK COLLECTOR UPLOADER RECORDER SCREENSHOT
+# Runs dashboard_browser_test.py with Debian's own Python, Selenium, Chromium
+# and its driver (packages python3-selenium, chromium and chromium-driver,
+# which scripts/test.sh installs); nothing is downloaded. Exits 77, which
+# CTest reports as skipped, saying why, when one of them is missing.
+#   run_browser_test.sh COLLECTOR UPLOADER RECORDER SCREENSHOT
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-work="$1"
-shift
 skip() {
-  echo "SKIPPED: the dashboard's browser test cannot run: $*"
+  echo "SKIPPED: the dashboard's browser test cannot run: $* (scripts/test.sh installs it)"
   exit 77
 }
 
-browser="${CHROMIUM_HEADLESS_SHELL:-/usr/bin/chromium-headless-shell}"
-[ -x "$browser" ] || skip "$browser is missing (Debian package chromium-headless-shell; scripts/test.sh installs it)"
-command -v node >/dev/null && command -v npm >/dev/null || skip "node and npm are missing"
-[ "$(node -p 'parseInt(process.versions.node)')" -ge 20 ] || skip "playwright-core needs Node.js 20 or later"
-command -v sqlite3 >/dev/null || skip "sqlite3 is missing (Debian package sqlite3)"
-
-mkdir -p "$work"
-if ! cmp -s "$here/package-lock.json" "$work/node_modules/.installed-lock.json"; then
-  cp "$here/package.json" "$here/package-lock.json" "$work/"
-  (cd "$work" && npm ci --no-audit --no-fund --loglevel=error >npm.log 2>&1) ||
-    skip "npm could not install playwright-core: $(tail -n 3 "$work/npm.log")"
-  cp "$here/package-lock.json" "$work/node_modules/.installed-lock.json"
-fi
-# Resolved from WORK, where node_modules is.
-cp "$here/dashboard_browser_test.mjs" "$work/"
-exec node "$work/dashboard_browser_test.mjs" "$browser" "$@"
+# Debian's Python, which sees Debian's Selenium whatever python3 comes first
+# on the PATH.
+python="${DASHBOARD_TEST_PYTHON:-/usr/bin/python3}"
+browser="${DASHBOARD_TEST_BROWSER:-/usr/bin/chromium}"
+driver="${DASHBOARD_TEST_DRIVER:-/usr/bin/chromedriver}"
+[ -x "$python" ] || skip "$python is missing (Debian package python3)"
+"$python" -c 'import selenium' 2>/dev/null || skip "$python cannot import selenium (Debian package python3-selenium)"
+[ -x "$browser" ] || skip "$browser is missing (Debian package chromium)"
+[ -x "$driver" ] || skip "$driver is missing (Debian package chromium-driver)"
+exec "$python" "$here/dashboard_browser_test.py" "$browser" "$driver" "$@"

@@ -50,6 +50,8 @@ dashboard_routes::dashboard_routes(dashboard_queries& queries, const QString& up
         {"chart.min.js", "text/javascript;charset=utf-8"}};
     for (const auto& file : files) {
         QFile resource(QString(":/dashboard/") + file.first);
+        // Only Chart.js may be left out of the resources: then it is Debian's.
+        if (!resource.exists()) resource.setFileName(INFORMATION_COLLECTOR_CHART_JS);
         resource.open(QIODevice::ReadOnly);
         assets_[file.first] = {resource.readAll(), file.second};
     }
