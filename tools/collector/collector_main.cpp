@@ -36,7 +36,8 @@ void warn_beyond_loopback(const QString& host) {
     complain("warning: listening on " + host +
              " lets other machines reach this service. What protects it: the X-Auth-AppID "
              "check (the ids are built into every host, so it keeps out mistakes, not "
-             "attackers), the request deadlines (--timeout) and the body limit (--max-body). "
+             "attackers), the request deadlines (--timeout), the limit of connections per address "
+             "(--connections-per-address) and the body limit (--max-body). "
              "What does not: there is no login, so anyone who reaches the port can store "
              "records and files (filling the disk), read every descriptor and file served, and "
              "read every record and uploaded file through the dashboard; "
