@@ -7,6 +7,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
 
 #include "event_wait.h"
 #include "information_api/information_api.h"
@@ -20,6 +25,50 @@ namespace test_support {
 using call = recording_sink::call;
 using kind = recording_sink::kind;
 
+// Runs fn on the worker thread once it is done with what it is doing and
+// with what was queued to it before.
+inline void on_worker(QThread* worker, std::function<void()> fn) {
+    auto* anchor = new QObject;
+    anchor->moveToThread(worker);
+    QMetaObject::invokeMethod(
+        anchor, [anchor, fn] { fn(), anchor->deleteLater(); }, Qt::QueuedConnection);
+}
+
+// Whether the worker thread got through what it was doing and what was
+// queued to it before: a report such work would make has been made.
+inline bool worker_caught_up(QThread* worker) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    on_worker(worker, [done] { *done = true; });
+    return wait_until([&] { return done->load(); });
+}
+
+// Holds the worker thread from now until release() or destruction: what
+// reaches it meanwhile waits, so that a test can watch a connector's objects
+// before any of its reply's signals is handled.
+class worker_hold {
+public:
+    explicit worker_hold(QThread* worker) {
+        on_worker(worker, [gate = gate_] {
+            std::unique_lock<std::mutex> lock(gate->mutex);
+            gate->opened.wait(lock, [&] { return gate->open; });
+        });
+    }
+    ~worker_hold() { release(); }
+    void release() {
+        std::lock_guard<std::mutex> lock(gate_->mutex);
+        gate_->open = true;
+        gate_->opened.notify_all();
+    }
+
+private:
+    struct gate {
+        std::mutex mutex;
+        std::condition_variable opened;
+        bool open = false;
+    };
+    std::shared_ptr<gate> gate_ = std::make_shared<gate>();
+};
+
 // Drives the library as a host does: information_init first, so that the
 // worker thread exists, the exported entry points in between, and
 // information_clean at the end.
@@ -28,7 +77,7 @@ protected:
     void SetUp() override { ASSERT_NE(api::information_init(), nullptr); }
     void TearDown() override {
         EXPECT_EQ(api::information_clean(), 0);
-        pump_events_for(20);  // the thread object goes with the host's event loop
+        free_deferred_objects();
     }
 
     // The thread every sink call is expected on.
