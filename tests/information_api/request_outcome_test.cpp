@@ -257,6 +257,9 @@ const std::vector<outcome_case> outcome_rows{
         {rejected}},
     {"descriptor_repeating_a_container_name_escaped", request::descriptor, 200,
         R"({"\ud83d\ude00":{"b":1},"😀":"x"})", {rejected}},
+    // A high surrogate without its low half: the escape after it is one of its own.
+    {"descriptor_repeating_a_container_name_after_a_lone_surrogate", request::descriptor, 200,
+        R"({"\ud83d\u0041":{"b":1},"\ud83dA":1})", {rejected}},
     {"descriptor_repeating_a_scalar_name", request::descriptor, 200, R"({"a":1,"a":{"b":2}})",
         {accepted}},
     {"descriptor_endless_answer", request::descriptor, 200, "",

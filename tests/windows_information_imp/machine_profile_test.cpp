@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <string>
 
+#include "log_capture.h"
 #include "windows_information_imp/machine_profile_linux_rules.h"
 #ifndef _WIN32
 #include "windows_information_imp/machine_profile_linux.h"
@@ -290,8 +291,11 @@ TEST(linux_sources, the_default_browser_by_the_freedesktop_lookup_order) {
     EXPECT_EQ(read_default_browser(directories, name, version), -1) << "no version to read";
     EXPECT_EQ(name + "|" + version, "Web Browser|old version");
     tree.write("lib/web/application.ini", "[App]\nName=Web\nVersion=115.3.0esr\n");
+    test_support::log_capture logs;
     EXPECT_EQ(read_default_browser(directories, name, version), 0);
     EXPECT_EQ(version, "115.3.0esr");
+    EXPECT_TRUE(logs.contains("default browser=web.desktop") &&
+                logs.contains("default browser_path=" + tree.path("bin/webbrowser")));
 
     // A desktop-specific file comes before the general one of its folder.
     tree.write("share/applications/other.desktop", "[Desktop Entry]\nName=Other\nExec=other\n");
