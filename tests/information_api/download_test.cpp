@@ -3,6 +3,7 @@
 // successful download holds the worker thread for two seconds before it
 // reports, so each test completes as few as it can.
 #include <QElapsedTimer>
+#include <QTemporaryDir>
 #include <algorithm>
 
 #include "library_host.h"
@@ -135,19 +136,31 @@ TEST_F(download_test, data_waits_while_the_temp_file_cannot_be_opened_up_to_16_m
 
 // A failed download is only logged and leaves its temporary file, which the
 // next attempt at the same target continues; an ".msi" target is cut the
-// same way as any other.
+// same way as any other. A certificate refused under verified TLS is logged
+// with its errors.
 TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     server_.answer("/missing/a.msi", "not here", "text/plain", 404);
     server_.answer("/full/a.msi", "installer", "application/octet-stream");
     server_.start();
+    QTemporaryDir folder;
+    local_server self_signed(make_self_signed_certificate(folder.path().toStdString()));
+    self_signed.answer("/a.msi", "installer", "application/octet-stream");
+    self_signed.start();
     const QString target = QDir::current().filePath("a.msi");
     const QString temp = QDir::current().filePath("a.temp");
 
     EXPECT_EQ(api::downLoadApp(50, &sink_, unreachable_url("/a.msi"), target), 0);
     EXPECT_EQ(api::downLoadApp(51, &sink_, server_.url("/missing/a.msi"), target), 0);
-    ASSERT_TRUE(wait_until([&] { return logs_.count("reply->errorString()=") == 2; }));
+    qputenv("INFORMATION_API_VERIFY_TLS", "1");
+    EXPECT_EQ(api::downLoadApp(53, &sink_, self_signed.url("/a.msi"), target), 0);
+    qputenv("INFORMATION_API_VERIFY_TLS", "0");
+    ASSERT_TRUE(wait_until([&] { return logs_.count("reply->errorString()=") == 3; }));
     EXPECT_TRUE(logs_.contains("networkError= ConnectionRefusedError"));
     EXPECT_TRUE(logs_.contains("reply_->error()= ContentNotFoundError"));
+    EXPECT_TRUE(logs_.contains("networkError= SslHandshakeFailedError"));
+    EXPECT_TRUE(logs_.contains(
+        "TarvoConsumerScanner::information_api::http_connector::slot_onDownLoadFileSSLError "
+        "sslErrors= ("));
     ASSERT_TRUE(worker_caught_up(worker())) << "both ends of a download have been handled";
     EXPECT_EQ(sink_.count(kind::finished), 0u) << "a failure is only logged";
     EXPECT_FALSE(QFile::exists(target));
