@@ -3,9 +3,11 @@
 // successful download holds the worker thread for two seconds before it
 // reports, so each test completes as few as it can.
 #include <QElapsedTimer>
+#include <QNetworkAccessManager>
 #include <QTemporaryDir>
 #include <algorithm>
 
+#include "http/http_connector.h"
 #include "library_host.h"
 
 namespace test_support {
@@ -171,6 +173,23 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     expect_finished(1);
     EXPECT_EQ(read_all(target), "not hereinstaller") << "the leftover was not continued";
     EXPECT_FALSE(QFile::exists(temp));
+}
+
+// replyDownload, which nothing connects, writes a whole reply at once; a
+// reply with an error is reported with state 7, which rt() keeps.
+TEST_F(download_test, a_whole_reply_handed_over_with_an_error_is_reported) {
+    server_.answer("/missing.exe", "not here", "text/plain", 404);
+    server_.start();
+    QNetworkAccessManager manager;
+    QNetworkReply* reply = manager.get(QNetworkRequest(QUrl(server_.url("/missing.exe"))));
+    ASSERT_TRUE(wait_until([&] { return reply->isFinished(); }));
+    TarvoConsumerScanner::information_api::http_connector connector(70, &sink_, nullptr);
+    connector.replyDownload(reply);
+    const auto finished = sink_.calls_of(kind::finished);
+    ASSERT_EQ(finished.size(), 1u);
+    EXPECT_EQ(
+        std::make_tuple(finished[0].ok, finished[0].state, finished[0].net_error, connector.rt()),
+        std::make_tuple(false, 7, int(QNetworkReply::ContentNotFoundError), 7));
 }
 
 }  // namespace
