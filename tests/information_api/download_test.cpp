@@ -159,7 +159,6 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     ASSERT_TRUE(wait_until([&] { return logs_.count("reply->errorString()=") == 3; }));
     EXPECT_TRUE(logs_.contains("networkError= ConnectionRefusedError"));
     EXPECT_TRUE(logs_.contains("reply_->error()= ContentNotFoundError"));
-    EXPECT_TRUE(logs_.contains("networkError= SslHandshakeFailedError"));
     EXPECT_TRUE(logs_.contains(
         "TarvoConsumerScanner::information_api::http_connector::slot_onDownLoadFileSSLError "
         "sslErrors= ("));

@@ -96,18 +96,6 @@ TEST_F(lifecycle_test, an_id_is_taken_over_released_on_the_worker_and_cleaned_up
     EXPECT_TRUE(worker->isFinished());
 }
 
-// Counts its calls in a tally outside itself, so that it can be freed.
-class tallying_sink : public information_sink {
-public:
-    explicit tallying_sink(std::atomic<int>& tally) : tally_(tally) {}
-    void on_response(int, QVariant) override { ++tally_; }
-    void on_download_progress(qint64, qint64) override { ++tally_; }
-    void on_download_finished(bool, int, int) override { ++tally_; }
-
-private:
-    std::atomic<int>& tally_;
-};
-
 // A host may free a sink as soon as the release of its connection returns:
 // a call that started after it, or was still under way, would use freed
 // memory, which the sanitizer run reports. Time-out reports every 10 ms and
@@ -118,10 +106,9 @@ TEST_F(lifecycle_test, a_sink_may_be_freed_as_soon_as_its_release_returns) {
     // the worker thread for its two-second pause.
     server_.answer_chunked("/app.exe", std::string(8 << 20, 'x'), 16 * 1024, 20);
     serve();
-    std::vector<std::atomic<int>> tallies(60);
-    std::vector<std::unique_ptr<tallying_sink>> sinks;
+    std::vector<std::unique_ptr<recording_sink>> sinks;
     for (int id = 0; id < 60; ++id) {
-        sinks.push_back(std::make_unique<tallying_sink>(tallies[id]));
+        sinks.push_back(std::make_unique<recording_sink>());
         information_sink* sink = sinks.back().get();
         if (id < 10)  // time-out reports every 10 ms
             upload_information(server_.url("/silent"), "{}", "a", "usage", sink, id, 10);
@@ -131,7 +118,9 @@ TEST_F(lifecycle_test, a_sink_may_be_freed_as_soon_as_its_release_returns) {
             downLoadApp(id, sink, server_.url("/app.exe"), QString("app%1.exe").arg(id));
     }
     ASSERT_TRUE(wait_until([&] {
-        return std::all_of(tallies.begin(), tallies.end(), [](auto& t) { return t > 0; });
+        return std::all_of(sinks.begin(), sinks.end(), [](auto& sink) {
+            return sink->responses().size() + sink->count(kind::progress) > 0;
+        });
     }));
     for (int id = 0; id < 60; ++id) {
         EXPECT_EQ(release_connect(id), 0);

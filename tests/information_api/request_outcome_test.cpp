@@ -93,14 +93,6 @@ protected:
         return wait_until([this] { return ended_.load(); });
     }
 
-    // A line of the log with the row's address and file put in.
-    std::string line_of(const std::string& text) const {
-        return QString::fromStdString(text)
-            .replace("{url}", url_)
-            .replace("{file}", file_)
-            .toStdString();
-    }
-
     QString url_, file_;
 
 private:
@@ -290,8 +282,11 @@ TEST_P(path_log, writes_the_lines_of_its_path) {
                      [](const outcome_case& c) { return c.name == std::string(GetParam().row); });
     ASSERT_NE(row, outcome_rows.end());
     ASSERT_TRUE(run_to_the_end(*row));
-    for (const std::string& line : GetParam().lines)
-        EXPECT_TRUE(logs_.contains(line_of(line))) << line_of(line);
+    for (const std::string& text : GetParam().lines) {
+        QString line = QString::fromStdString(text);
+        line.replace("{url}", url_).replace("{file}", file_);
+        EXPECT_TRUE(logs_.contains(line.toStdString())) << text;
+    }
 }
 
 // How the debug stream quotes an answer: a long one by its first 64 KiB.

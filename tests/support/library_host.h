@@ -8,8 +8,8 @@
 #include <QFileInfo>
 #include <QString>
 #include <atomic>
-#include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 
@@ -45,28 +45,17 @@ inline bool worker_caught_up(QThread* worker) {
 // Holds the worker thread from now until release() or destruction: what
 // reaches it meanwhile waits, so that a test can watch a connector's objects
 // before any of its reply's signals is handled.
-class worker_hold {
-public:
+struct worker_hold {
     explicit worker_hold(QThread* worker) {
-        on_worker(worker, [gate = gate_] {
-            std::unique_lock<std::mutex> lock(gate->mutex);
-            gate->opened.wait(lock, [&] { return gate->open; });
-        });
+        on_worker(worker, [opened = gate.get_future().share()] { opened.wait(); });
     }
     ~worker_hold() { release(); }
     void release() {
-        std::lock_guard<std::mutex> lock(gate_->mutex);
-        gate_->open = true;
-        gate_->opened.notify_all();
+        std::call_once(released, [this] { gate.set_value(); });
     }
 
-private:
-    struct gate {
-        std::mutex mutex;
-        std::condition_variable opened;
-        bool open = false;
-    };
-    std::shared_ptr<gate> gate_ = std::make_shared<gate>();
+    std::promise<void> gate;
+    std::once_flag released;
 };
 
 // Drives the library as a host does: information_init first, so that the
