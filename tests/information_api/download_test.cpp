@@ -60,7 +60,7 @@ protected:
     recording_sink big_sink_;  // a second download's
 };
 
-TEST_F(download_test, installer_lands_byte_exact_after_the_pause) {
+TEST_F(download_test, a_setup_file_lands_byte_exact_after_the_pause) {
     const QByteArray content = sample_bytes(12 * 1024 * 1024);
     server_.answer("/app/setup.exe", content.toStdString(), "application/octet-stream");
     server_.start();

@@ -101,7 +101,7 @@ TEST(cpu_model, architecture_name_then_processor_name) {
     }
 }
 
-TEST(paths_and_commands, install_path_drive_browser_executable_and_resolution) {
+TEST(paths_and_commands, program_folder_drive_handler_program_and_resolution) {
     const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> installs[] = {
         {L"C:\\App\\bin\\host.exe", L"C:/App/bin", L"C:"},
         {L"\\\\server\\share\\host.exe", L"//server/share", L"//"},  // the query fails
@@ -257,7 +257,7 @@ TEST(linux_sources, display_controllers_in_bus_order_with_names_and_memory) {
 
 // The folders come from the environment a desktop session sets, with empty
 // entries of its lists left out.
-TEST(linux_sources, the_default_browser_by_the_freedesktop_lookup_order) {
+TEST(linux_sources, the_default_http_handler_by_the_freedesktop_lookup_order) {
     folder_tree tree;
     for (const auto& [variable, value] :
          {std::pair("XDG_CONFIG_HOME", tree.path("config")),
