@@ -108,8 +108,7 @@ TEST_F(lifecycle_test, a_sink_may_be_freed_as_soon_as_its_release_returns) {
     serve();
     std::vector<std::unique_ptr<recording_sink>> sinks;
     for (int id = 0; id < 60; ++id) {
-        sinks.push_back(std::make_unique<recording_sink>());
-        information_sink* sink = sinks.back().get();
+        information_sink* sink = sinks.emplace_back(std::make_unique<recording_sink>()).get();
         if (id < 10)  // time-out reports every 10 ms
             upload_information(server_.url("/silent"), "{}", "a", "usage", sink, id, 10);
         else if (id < 56)

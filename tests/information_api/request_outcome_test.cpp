@@ -75,11 +75,10 @@ void expect_on_the_wire(request kind, const received_request& r, bool empty_file
     }
 }
 
-// Runs a row's request under id 21 to the end of its connection.
+// Runs a row's request under id 21 to the end of its connection: until the
+// connector's reply slot has run, after which it reports nothing more.
 class request_fixture : public library_host {
 protected:
-    // Starts the row's request; returns once the connector's reply slot has
-    // run (after it a connection reports nothing more), or false.
     bool run_to_the_end(const outcome_case& c) {
         worker_hold hold(worker());  // nothing of the reply is handled before the watch
         url_ = start(c);
@@ -269,10 +268,6 @@ struct path_lines {
     const char* row;
     std::vector<std::string> lines;
 };
-
-std::ostream& operator<<(std::ostream& out, const path_lines& p) {
-    return out << p.row;
-}
 
 class path_log : public request_fixture, public ::testing::WithParamInterface<path_lines> {};
 
