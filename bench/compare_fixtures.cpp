@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
@@ -65,6 +66,12 @@ void write_curl_posts(const QString& path, const QString& url, const QString& bo
             .arg(url, body_file, keep_alive ? "" : "header = \"Connection: close\"\n")
             .toUtf8();
     for (int i = 0; i < count; ++i) file.write(i == 0 ? one : "next\n" + one);
+}
+
+void write_text(const QString& path, const QByteArray& text) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly)) file.write(text);
 }
 
 bool write_sparse_file(const QString& path, qint64 size) {

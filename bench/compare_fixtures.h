@@ -21,6 +21,9 @@ void write_records(const QString& folder, int count, const QString& suffix,
 void write_curl_posts(const QString& path, const QString& url, const QString& body_file, int count,
                       bool keep_alive);
 
+// Writes text to path, making its folder.
+void write_text(const QString& path, const QByteArray& text);
+
 // A file of the size that holds no blocks on disk.
 bool write_sparse_file(const QString& path, qint64 size);
 

@@ -127,12 +127,6 @@ void print_machine(const transfer_server& transfer, int runs) {
                 runs);
 }
 
-void write_text(const QString& path, const QByteArray& text) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly)) file.write(text);
-}
-
 int usage() {
     std::fprintf(
         stderr,

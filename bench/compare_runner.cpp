@@ -1,6 +1,7 @@
 #include "compare_runner.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,8 +15,21 @@
 
 namespace bench {
 
-process_run run_process(const QStringList& command, const QString& folder,
-                        const QString& error_log) {
+namespace {
+
+// The resident set of a running process in KiB, 0 once it is gone.
+long resident_kib(pid_t pid) {
+    QFile status(QString("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly)) return 0;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').first().toLong();
+    return 0;
+}
+
+}  // namespace
+
+process_run run_process(const QStringList& command, const QString& folder, const QString& error_log,
+                        long ceiling_kib) {
     process_run run;
     QTemporaryFile output;
     if (!output.open()) return run;
@@ -42,7 +56,16 @@ process_run run_process(const QStringList& command, const QString& folder,
     if (pid < 0) return run;
     int status = 0;
     rusage usage{};
-    while (::wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
+    // With a ceiling the resident set is looked at every 10 ms until the end.
+    const int options = ceiling_kib > 0 ? WNOHANG : 0;
+    for (;;) {
+        const pid_t ended = ::wait4(pid, &status, options, &usage);
+        if (ended == pid || (ended < 0 && errno != EINTR)) break;
+        if (ended == 0 && !run.killed && resident_kib(pid) > ceiling_kib) {
+            run.killed = true;
+            ::kill(pid, SIGKILL);
+        }
+        if (ended == 0) ::usleep(10000);
     }
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     run.peak_kib = usage.ru_maxrss;

@@ -3,7 +3,11 @@
 // successful download holds the worker thread for two seconds before it
 // reports, so each test completes as few as it can.
 #include <QElapsedTimer>
+#include <QNetworkAccessManager>
+#include <QTemporaryDir>
+#include <algorithm>
 
+#include "http/http_connector.h"
 #include "library_host.h"
 
 namespace test_support {
@@ -56,7 +60,7 @@ protected:
     recording_sink big_sink_;  // a second download's
 };
 
-TEST_F(download_test, installer_lands_byte_exact_after_the_pause) {
+TEST_F(download_test, a_setup_file_lands_byte_exact_after_the_pause) {
     const QByteArray content = sample_bytes(12 * 1024 * 1024);
     server_.answer("/app/setup.exe", content.toStdString(), "application/octet-stream");
     server_.start();
@@ -67,12 +71,6 @@ TEST_F(download_test, installer_lands_byte_exact_after_the_pause) {
     QElapsedTimer since_start;
     since_start.start();
     EXPECT_EQ(api::downLoadApp(41, &sink_, server_.url("/app/setup.exe"), target), 0);
-    const std::string method = "TarvoConsumerScanner::information_api::http_connector::";
-    EXPECT_TRUE(logs_.contains(
-        method + "downloadAppFile downloadUrl  :  " + server_.url("/app/setup.exe").toStdString()));
-    EXPECT_TRUE(logs_.contains(method + "downloadAppFile fileNamePath :  " + target.toStdString()));
-    EXPECT_TRUE(logs_.contains(method + "downloadAppFile remove ret :  true"));
-    EXPECT_EQ(logs_.count("downloadAppFile reply_ = "), 2) << "glog and the debug stream";
 
     // Everything has arrived and sits in the temporary file during the pause.
     ASSERT_TRUE(wait_for_received(content.size()));
@@ -84,11 +82,23 @@ TEST_F(download_test, installer_lands_byte_exact_after_the_pause) {
     expect_progress_up_to(content.size(), content.size());
     EXPECT_TRUE(read_all(target) == content) << "target differs from the served file";
     EXPECT_FALSE(QFile::exists(temp));
-    EXPECT_TRUE(logs_.contains(method + "slot_onDownLoadFileDownloadProgressrecive : "));
-    EXPECT_TRUE(logs_.contains(method + "slot_onDownLoadFileDownloadProgresstotal  : "));
-    EXPECT_TRUE(logs_.contains(method + "slot_onDownLoadFileReadyRead " + temp.toStdString()));
-    EXPECT_TRUE(logs_.contains("reply_->error()= NoError"));
-    EXPECT_TRUE(logs_.contains(" ;rename ret :  true"));
+
+    // The lines of the download's path.
+    const std::string method = "TarvoConsumerScanner::information_api::http_connector::";
+    for (const std::string& line :
+         {method + "downloadAppFile downloadUrl  :  " + server_.url("/app/setup.exe").toStdString(),
+          method + "downloadAppFile fileNamePath :  " + target.toStdString(),
+          method + "downloadAppFile remove ret :  true",
+          method + "slot_onDownLoadFileDownloadProgressrecive : ",
+          method + "slot_onDownLoadFileDownloadProgresstotal  : ",
+          method + "slot_onDownLoadFileReadyRead " + temp.toStdString(),
+          std::string("reply_->error()= NoError"), std::string(" ;rename ret :  true")})
+        EXPECT_TRUE(logs_.contains(line)) << line;
+    EXPECT_EQ(logs_.count("downloadAppFile reply_ = "), 2) << "glog and the debug stream";
+    const auto lines = logs_.lines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const auto& l) {
+        return l.text == method + "slot_onDownLoadFileFinished";
+    })) << "the end's own line, the method's name alone";
 }
 
 // Data waits in the reply while the temporary file cannot be opened, beyond
@@ -126,22 +136,31 @@ TEST_F(download_test, data_waits_while_the_temp_file_cannot_be_opened_up_to_16_m
     EXPECT_EQ(big_sink_.count(kind::finished), 0u) << "a failed download is only logged";
 }
 
-// A failed download is only logged and leaves its temporary file, which the
-// next attempt at the same target continues; an ".msi" target is cut the
-// same way as any other.
+// A failed download is only logged (a certificate refused under verified TLS
+// with its errors) and leaves its temporary file, which the next attempt at
+// the same target continues; an ".msi" target is cut as any other.
 TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     server_.answer("/missing/a.msi", "not here", "text/plain", 404);
     server_.answer("/full/a.msi", "installer", "application/octet-stream");
     server_.start();
+    QTemporaryDir folder;
+    local_server self_signed(make_self_signed_certificate(folder.path().toStdString()));
+    self_signed.answer("/a.msi", "installer", "application/octet-stream");
+    self_signed.start();
     const QString target = QDir::current().filePath("a.msi");
     const QString temp = QDir::current().filePath("a.temp");
 
     EXPECT_EQ(api::downLoadApp(50, &sink_, unreachable_url("/a.msi"), target), 0);
     EXPECT_EQ(api::downLoadApp(51, &sink_, server_.url("/missing/a.msi"), target), 0);
-    ASSERT_TRUE(wait_until([&] { return logs_.count("reply->errorString()=") == 2; }));
+    qputenv("INFORMATION_API_VERIFY_TLS", "1");
+    EXPECT_EQ(api::downLoadApp(53, &sink_, self_signed.url("/a.msi"), target), 0);
+    ASSERT_TRUE(wait_until([&] { return logs_.count("reply->errorString()=") == 3; }));
     EXPECT_TRUE(logs_.contains("networkError= ConnectionRefusedError"));
     EXPECT_TRUE(logs_.contains("reply_->error()= ContentNotFoundError"));
-    pump_events_for(300);
+    EXPECT_TRUE(logs_.contains(
+        "TarvoConsumerScanner::information_api::http_connector::slot_onDownLoadFileSSLError "
+        "sslErrors= ("));
+    ASSERT_TRUE(worker_caught_up(worker())) << "both ends of a download have been handled";
     EXPECT_EQ(sink_.count(kind::finished), 0u) << "a failure is only logged";
     EXPECT_FALSE(QFile::exists(target));
     EXPECT_EQ(read_all(temp), "not here");
@@ -151,6 +170,23 @@ TEST_F(download_test, a_failure_is_only_logged_and_its_leftover_is_continued) {
     expect_finished(1);
     EXPECT_EQ(read_all(target), "not hereinstaller") << "the leftover was not continued";
     EXPECT_FALSE(QFile::exists(temp));
+}
+
+// replyDownload, which nothing connects, writes a whole reply at once; a
+// reply with an error is reported with state 7, which rt() keeps.
+TEST_F(download_test, a_whole_reply_handed_over_with_an_error_is_reported) {
+    server_.answer("/missing.exe", "not here", "text/plain", 404);
+    server_.start();
+    QNetworkAccessManager manager;
+    QNetworkReply* reply = manager.get(QNetworkRequest(QUrl(server_.url("/missing.exe"))));
+    ASSERT_TRUE(wait_until([&] { return reply->isFinished(); }));
+    TarvoConsumerScanner::information_api::http_connector connector(70, &sink_, nullptr);
+    connector.replyDownload(reply);
+    const auto finished = sink_.calls_of(kind::finished);
+    ASSERT_EQ(finished.size(), 1u);
+    EXPECT_EQ(
+        std::make_tuple(finished[0].ok, finished[0].state, finished[0].net_error, connector.rt()),
+        std::make_tuple(false, 7, int(QNetworkReply::ContentNotFoundError), 7));
 }
 
 }  // namespace

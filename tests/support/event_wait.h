@@ -20,10 +20,10 @@ inline bool wait_until(const std::function<bool()>& condition, int timeout_ms = 
     return true;
 }
 
-// Runs the calling thread's event loop for duration_ms, for assertions that
-// something does NOT happen within a window.
-inline void pump_events_for(int duration_ms) {
-    wait_until([] { return false; }, duration_ms);
+// Frees what deleteLater left to this thread, as the host's event loop does
+// on its next pass (information_clean leaves it the worker thread's object).
+inline void free_deferred_objects() {
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 }  // namespace test_support

@@ -7,6 +7,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
 
 #include "event_wait.h"
 #include "information_api/information_api.h"
@@ -20,6 +25,39 @@ namespace test_support {
 using call = recording_sink::call;
 using kind = recording_sink::kind;
 
+// Runs fn on the worker thread once it is done with what it is doing and
+// with what was queued to it before.
+inline void on_worker(QThread* worker, std::function<void()> fn) {
+    auto* anchor = new QObject;
+    anchor->moveToThread(worker);
+    QMetaObject::invokeMethod(
+        anchor, [anchor, fn] { fn(), anchor->deleteLater(); }, Qt::QueuedConnection);
+}
+
+// Whether the worker thread got through what it was doing and what was
+// queued to it before: a report such work would make has been made.
+inline bool worker_caught_up(QThread* worker) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    on_worker(worker, [done] { *done = true; });
+    return wait_until([&] { return done->load(); });
+}
+
+// Holds the worker thread from now until release() or destruction: what
+// reaches it meanwhile waits, so that a test can watch a connector's objects
+// before any of its reply's signals is handled.
+struct worker_hold {
+    explicit worker_hold(QThread* worker) {
+        on_worker(worker, [opened = gate.get_future().share()] { opened.wait(); });
+    }
+    ~worker_hold() { release(); }
+    void release() {
+        std::call_once(released, [this] { gate.set_value(); });
+    }
+
+    std::promise<void> gate;
+    std::once_flag released;
+};
+
 // Drives the library as a host does: information_init first, so that the
 // worker thread exists, the exported entry points in between, and
 // information_clean at the end.
@@ -28,7 +66,7 @@ protected:
     void SetUp() override { ASSERT_NE(api::information_init(), nullptr); }
     void TearDown() override {
         EXPECT_EQ(api::information_clean(), 0);
-        pump_events_for(20);  // the thread object goes with the host's event loop
+        free_deferred_objects();
     }
 
     // The thread every sink call is expected on.

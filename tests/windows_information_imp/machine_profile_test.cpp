@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <string>
 
+#include "log_capture.h"
 #include "windows_information_imp/machine_profile_linux_rules.h"
 #ifndef _WIN32
 #include "windows_information_imp/machine_profile_linux.h"
@@ -100,7 +101,7 @@ TEST(cpu_model, architecture_name_then_processor_name) {
     }
 }
 
-TEST(paths_and_commands, install_path_drive_browser_executable_and_resolution) {
+TEST(paths_and_commands, program_folder_drive_handler_program_and_resolution) {
     const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*> installs[] = {
         {L"C:\\App\\bin\\host.exe", L"C:/App/bin", L"C:"},
         {L"\\\\server\\share\\host.exe", L"//server/share", L"//"},  // the query fails
@@ -254,14 +255,22 @@ TEST(linux_sources, display_controllers_in_bus_order_with_names_and_memory) {
     EXPECT_EQ(memory_sizes, (std::vector<std::string>{"1", "0", "0", "17163091968"}));
 }
 
-TEST(linux_sources, the_default_browser_by_the_freedesktop_lookup_order) {
+// The folders come from the environment a desktop session sets, with empty
+// entries of its lists left out.
+TEST(linux_sources, the_default_http_handler_by_the_freedesktop_lookup_order) {
     folder_tree tree;
-    desktop_directories directories;
-    directories.config_home = tree.path("config");
-    directories.config_dirs = {tree.path("xdg")};
-    directories.data_home = tree.path("data");
-    directories.data_dirs = {tree.path("share"), tree.path("usr/share")};
-    directories.path = {tree.path("nothing"), tree.path("bin")};
+    for (const auto& [variable, value] :
+         {std::pair("XDG_CONFIG_HOME", tree.path("config")),
+          {"XDG_CONFIG_DIRS", tree.path("xdg")},
+          {"XDG_DATA_HOME", tree.path("data")},
+          {"XDG_DATA_DIRS", ":" + tree.path("share") + "::" + tree.path("usr/share") + ":"},
+          {"XDG_CURRENT_DESKTOP", "KDE:"},
+          {"PATH", tree.path("nothing") + ":" + tree.path("bin")}})
+        setenv(variable, value.c_str(), 1);
+    desktop_directories directories = desktop_directories::of_process();
+    EXPECT_EQ(directories.data_dirs,
+              (std::vector<std::string>{tree.path("share"), tree.path("usr/share")}));
+    EXPECT_EQ(directories.desktops, std::vector<std::string>{"kde"});
     std::string name = "old name", version = "old version";
     EXPECT_EQ(read_default_browser(directories, name, version), -1) << "no default at all";
     EXPECT_EQ(name + version, "old nameold version");
@@ -282,14 +291,16 @@ TEST(linux_sources, the_default_browser_by_the_freedesktop_lookup_order) {
     EXPECT_EQ(read_default_browser(directories, name, version), -1) << "no version to read";
     EXPECT_EQ(name + "|" + version, "Web Browser|old version");
     tree.write("lib/web/application.ini", "[App]\nName=Web\nVersion=115.3.0esr\n");
+    test_support::log_capture logs;
     EXPECT_EQ(read_default_browser(directories, name, version), 0);
     EXPECT_EQ(version, "115.3.0esr");
+    EXPECT_TRUE(logs.contains("default browser=web.desktop") &&
+                logs.contains("default browser_path=" + tree.path("bin/webbrowser")));
 
     // A desktop-specific file comes before the general one of its folder.
     tree.write("share/applications/other.desktop", "[Desktop Entry]\nName=Other\nExec=other\n");
     tree.write("config/kde-mimeapps.list",
                "[Default Applications]\nx-scheme-handler/http=other.desktop\n");
-    directories.desktops = {"kde"};
     EXPECT_EQ(read_default_browser(directories, name, version), -1);
     EXPECT_EQ(name, "Other");
 }

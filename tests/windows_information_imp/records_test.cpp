@@ -275,7 +275,7 @@ class record_cycle_test : public manager_test {
 protected:
     void TearDown() override {
         api::information_clean();
-        pump_events_for(20);  // the thread object goes with the host's event loop
+        free_deferred_objects();
         manager_test::TearDown();
     }
 };

@@ -128,14 +128,15 @@ void http_connector::send_request(const std::string& path, const QString& body,
     request_.setUrl(QUrl(url, QUrl::TolerantMode));
     relax_tls_for_https_url(request_, url);
     request_.setHeader(QNetworkRequest::ContentTypeHeader, "application/json;charset=utf-8");
+    ask_for_uncompressed_answer(request_);
     for (const auto& header : headers)
         request_.setRawHeader(QByteArray::fromStdString(header.first),
                               QByteArray::fromStdString(header.second));
     timer_->start(timeout_ms);
     handler_ = new upload_handler(sink_, connect_id_);
     reply_ = manager_->post(request_, body.toUtf8());
-    connect_reply_signals(reply_);
     limit_answer(reply_, max_upload_answer_size);
+    connect_reply_signals(reply_);
     bytes_received_ = 0;
     last_progress_time_ = progress_clock();
 }
@@ -143,12 +144,13 @@ void http_connector::send_request(const std::string& path, const QString& body,
 int http_connector::send_get_request(QString url, int timeout_ms) {
     QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
     relax_tls(request);
+    ask_for_uncompressed_answer(request);
     handler_ = new get_url_json_file_handler(sink_, connect_id_);
     request.setUrl(QUrl(url, QUrl::TolerantMode));
     reply_ = manager_->get(request);
+    limit_answer(reply_, max_descriptor_answer_size);  // a get is under way already
     LOG(INFO) << "manager->post reply_=" << LOG_POINTER(reply_);
     connect_reply_signals(reply_);
-    limit_answer(reply_, max_descriptor_answer_size);
     if (timer_ && !timer_->isActive()) timer_->start(timeout_ms);
     return 0;
 }
@@ -161,30 +163,6 @@ void http_connector::connect_reply_signals(QNetworkReply* reply) {
             SLOT(sslErrors(const QList<QSslError>&)));
     connect(reply, SIGNAL(downloadProgress(qint64, qint64)), this,
             SLOT(update_data_read_progress(qint64, qint64)));
-}
-
-void http_connector::limit_answer(QNetworkReply* reply, qint64 limit) {
-    // An announced length is refused with the headers, before the body comes.
-    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply, limit] {
-        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-        if (length.isValid() && length.toLongLong() > limit) refuse_answer(reply, limit);
-    });
-    connect(reply, &QNetworkReply::downloadProgress, this,
-            [this, reply, limit](qint64 received, qint64 total) {
-                if (received > limit || total > limit) refuse_answer(reply, limit);
-            });
-}
-
-void http_connector::refuse_answer(QNetworkReply* reply, qint64 limit) {
-    if (refused_answer_limit_) return;
-    refused_answer_limit_ = limit;
-    LOG(WARNING) << "error: " << oversized_answer_text(limit).toStdString();
-    // The abort is ours: the cancellation is not reported as a network error,
-    // the finished reply reports the refusal once.
-    disconnect(reply, SIGNAL(error(QNetworkReply::NetworkError)), this,
-               SLOT(error(QNetworkReply::NetworkError)));
-    disconnect(reply, SIGNAL(readyRead()), this, SLOT(http_ready_read()));
-    reply->abort();
 }
 
 void http_connector::report(const response_info_t& info) {
@@ -204,6 +182,8 @@ void http_connector::replyFinished(QNetworkReply* reply) {
         rt_ = 10;
         report(failure(oversized_answer_text(refused_answer_limit_), 10, -2));
     } else if (reply->error() == QNetworkReply::NoError) {
+        // The size watch read the answer as it came, keeping it in the reply.
+        if (reply->isTransactionStarted()) reply->rollbackTransaction();
         if (handler_) rt_ = handler_->handle(reply);
     } else {
         report_network_error(reply);

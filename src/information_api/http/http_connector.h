@@ -79,7 +79,8 @@ private:
     void connect_reply_signals(QNetworkReply* reply);
     QString temporary_download_path() const;
     // Refuses an answer that grows beyond limit bytes (announced or arrived):
-    // the reply is aborted and reported as an unusable answer.
+    // the reply is aborted and reported as an unusable answer. The reply
+    // holds little of it meanwhile, however fast it comes (answer_limit.cpp).
     void limit_answer(QNetworkReply* reply, qint64 limit);
     void refuse_answer(QNetworkReply* reply, qint64 limit);
 
@@ -100,6 +101,13 @@ private:
 
 // Wraps an outcome record for information_sink::on_response.
 QVariant to_variant(const response_info_t& info);
+
+// Asks for the answer as it is, uncompressed: the toolkit inflates a
+// compressed answer whole on its own thread, before any bound on the answer
+// applies, and a few megabytes of gzip inflate to gigabytes. A service that
+// compresses all the same is read as sent, compressed bytes that parse as
+// nothing.
+void ask_for_uncompressed_answer(QNetworkRequest& request);
 
 // Switches off peer verification and pins TLS 1.2 on request's own TLS
 // configuration; verifies instead when verified TLS is on (tls_policy.h).

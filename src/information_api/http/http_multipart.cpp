@@ -40,7 +40,8 @@ int http_connector::send_multipart_request(const QString& url_suffix, const QStr
     for (const auto& field : fields) multipart->append(form_field(field.first, field.second));
 
     QNetworkRequest request(QUrl(url, QUrl::TolerantMode));
-    // Only the first header in key order is sent.
+    ask_for_uncompressed_answer(request);
+    // Only the first of the host's headers in key order is sent.
     if (!headers.empty())
         request.setRawHeader(headers.begin()->first.toUtf8(), headers.begin()->second.toUtf8());
 
@@ -57,10 +58,10 @@ int http_connector::send_multipart_request(const QString& url_suffix, const QStr
 
     handler_ = new upload_file_handler(sink_, connect_id_);
     QNetworkReply* reply = manager_->post(request, multipart);
+    limit_answer(reply, max_upload_answer_size);
     multipart->setParent(reply);
     connect(reply, SIGNAL(uploadProgress(qint64, qint64)), this,
             SLOT(update_data_write_progress(qint64, qint64)));
-    limit_answer(reply, max_upload_answer_size);
     if (timer_ && !timer_->isActive()) timer_->start(timeout_ms);
     return 0;
 }

@@ -121,14 +121,18 @@ private:
     }
 
     // The code point of a \u escape whose "\u" was just read; a high
-    // surrogate takes the low one that follows it.
+    // surrogate takes the low one that follows it, and leaves any other
+    // escape to be read as one of its own, as Qt's parser does.
     unsigned code_point() {
         unsigned code = hex4();
         if (code >= 0xD800 && code < 0xDC00 && end_ - at_ >= 6 && at_[0] == '\\' && at_[1] == 'u') {
+            const char* const next = at_;
             at_ += 2;
             const unsigned low = hex4();
             if (low >= 0xDC00 && low < 0xE000)
                 code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+            else
+                at_ = next;
         }
         return code;
     }
